@@ -1,0 +1,37 @@
+#pragma once
+
+#include "platform/pixel_image.h"
+
+#include <filesystem>
+#include <memory>
+#include <stdexcept>
+#include <string>
+
+namespace lumivesper::platform {
+
+class ImageIoError : public std::runtime_error {
+public:
+    using std::runtime_error::runtime_error;
+};
+
+struct ImageSize {
+    int width = 0;
+    int height = 0;
+    bool operator==(const ImageSize&) const = default;
+};
+
+// Decodes the first page of any format libvips reads, turned upright by its orientation tag,
+// converted to sRGB through its embedded ICC profile (or by colour space when it has none), as
+// 8-bit RGBA. Throws ImageIoError when the file cannot be read or decoded.
+PixelImage loadImage(const std::filesystem::path& path);
+
+// The same, scaled down so that the long side is at most `maxSide` (never up): for display.
+PixelImage loadPreview(const std::filesystem::path& path, int maxSide = 1024);
+
+// The upright size of the first page, read from the header without decoding the pixels.
+ImageSize readImageSize(const std::filesystem::path& path);
+
+// Writes a PNG quickly (compression 1, the "up" filter): for frames that live for seconds.
+void writePng(const PixelImage& image, const std::filesystem::path& path);
+
+} // namespace lumivesper::platform

@@ -1,0 +1,14 @@
+#pragma once
+
+#include <filesystem>
+
+namespace lumivesper::platform {
+
+// $XDG_DATA_HOME, or ~/.local/share: where the application keeps its own files.
+std::filesystem::path dataHome();
+// $XDG_CONFIG_HOME, or ~/.config.
+std::filesystem::path configHome();
+// The system's temporary folder.
+std::filesystem::path temporaryDirectory();
+
+} // namespace lumivesper::platform

@@ -1,0 +1,22 @@
+#pragma once
+
+#include <span>
+
+namespace lumivesper::sun {
+
+// One moment of the reference day: the March equinox of 2024 at latitude 40°N, longitude 0, UTC.
+struct SolarTimeSample {
+    double hour = 0; // 0 up to under 24, in steps of 5 minutes
+    double altitude = 0;
+    double azimuth = 0;
+};
+
+// The 288 samples of the reference day in ascending hour. Built once, on first use, under a
+// thread-safe guard; immutable afterwards.
+std::span<const SolarTimeSample> solarTimeSamples();
+
+// The hour of the reference sample nearest to a sun position, an altitude error of 90° weighing
+// as much as an azimuth error of 180°. The first of equally near samples wins.
+double approximateSolarHour(double altitude, double azimuth);
+
+} // namespace lumivesper::sun
