@@ -3,11 +3,10 @@
 #include <cstdint>
 #include <filesystem>
 #include <mutex>
+#include <nlohmann/json.hpp>
 #include <optional>
 #include <string>
 #include <vector>
-
-#include <nlohmann/json.hpp>
 
 namespace lumivesper::settings {
 
@@ -41,6 +40,8 @@ private:
     std::filesystem::path file_;
     mutable std::mutex mutex_;
     nlohmann::json values_;
+    // False after an unreadable file could not be copied aside: keep it rather than replace it.
+    bool writable_ = true;
 };
 
 } // namespace lumivesper::settings

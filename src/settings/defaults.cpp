@@ -1,0 +1,230 @@
+#include "settings/defaults.h"
+
+#include "platform/console.h"
+#include "platform/paths.h"
+
+#include <chrono>
+#include <cstdlib>
+#include <fstream>
+#include <sstream>
+#include <system_error>
+#include <unistd.h>
+
+namespace lumivesper::settings {
+
+namespace fs = std::filesystem;
+
+// File layout: a flat JSON object. Strings, booleans and integers are stored as the matching
+// JSON values. Data values are stored as {"data": "<base64>"} so that arbitrary bytes round-trip
+// exactly and stay distinguishable from strings.
+
+namespace {
+
+constexpr std::string_view base64Alphabet =
+    "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+/";
+
+std::string encodeBase64(const std::vector<std::uint8_t>& bytes) {
+    std::string out;
+    out.reserve((bytes.size() + 2) / 3 * 4);
+    std::size_t i = 0;
+    for (; i + 2 < bytes.size(); i += 3) {
+        const std::uint32_t n = (bytes[i] << 16) | (bytes[i + 1] << 8) | bytes[i + 2];
+        out += base64Alphabet[(n >> 18) & 63];
+        out += base64Alphabet[(n >> 12) & 63];
+        out += base64Alphabet[(n >> 6) & 63];
+        out += base64Alphabet[n & 63];
+    }
+    if (const std::size_t rest = bytes.size() - i; rest > 0) {
+        std::uint32_t n = bytes[i] << 16;
+        if (rest == 2)
+            n |= bytes[i + 1] << 8;
+        out += base64Alphabet[(n >> 18) & 63];
+        out += base64Alphabet[(n >> 12) & 63];
+        out += rest == 2 ? base64Alphabet[(n >> 6) & 63] : '=';
+        out += '=';
+    }
+    return out;
+}
+
+std::optional<std::vector<std::uint8_t>> decodeBase64(const std::string& text) {
+    if (text.size() % 4 != 0)
+        return std::nullopt;
+    std::vector<std::uint8_t> out;
+    out.reserve(text.size() / 4 * 3);
+    for (std::size_t i = 0; i < text.size(); i += 4) {
+        std::uint32_t n = 0;
+        int padding = 0;
+        for (std::size_t j = 0; j < 4; ++j) {
+            const char c = text[i + j];
+            n <<= 6;
+            if (c == '=') {
+                // Padding only at the very end, at most two characters.
+                if (i + 4 != text.size() || j < 2)
+                    return std::nullopt;
+                ++padding;
+                continue;
+            }
+            if (padding > 0)
+                return std::nullopt;
+            const auto index = base64Alphabet.find(c);
+            if (index == std::string_view::npos)
+                return std::nullopt;
+            n |= static_cast<std::uint32_t>(index);
+        }
+        out.push_back(static_cast<std::uint8_t>(n >> 16));
+        if (padding < 2)
+            out.push_back(static_cast<std::uint8_t>(n >> 8));
+        if (padding < 1)
+            out.push_back(static_cast<std::uint8_t>(n));
+    }
+    return out;
+}
+
+std::string timestamp() {
+    const auto now = std::chrono::system_clock::now().time_since_epoch();
+    return std::to_string(std::chrono::duration_cast<std::chrono::milliseconds>(now).count());
+}
+
+// Keeps the unreadable file for the user to inspect; the store then starts over. Returns false
+// when no copy could be made, in which case the original must not be overwritten.
+bool setAside(const fs::path& file, const std::string& reason) {
+    const fs::path copy = file.string() + ".corrupt-" + timestamp();
+    std::error_code error;
+    fs::copy_file(file, copy, fs::copy_options::overwrite_existing, error);
+    if (error) {
+        platform::consoleLine("Warning: settings file " + file.string() + " is unreadable (" +
+                              reason + ") and could not be copied aside: " + error.message() +
+                              "; starting with empty settings that will not be saved");
+        return false;
+    }
+    platform::consoleLine("Warning: settings file " + file.string() + " is unreadable (" + reason +
+                          "); kept a copy at " + copy.string() +
+                          " and started with empty settings");
+    return true;
+}
+
+} // namespace
+
+fs::path Defaults::standardLocation() {
+    if (const char* folder = std::getenv("LUMIVESPER_CONFIG_DIR"); folder && *folder)
+        return fs::path(folder) / "defaults.json";
+    return platform::configHome() / "lumivesper" / "defaults.json";
+}
+
+Defaults::Defaults(fs::path file) : file_(std::move(file)), values_(nlohmann::json::object()) {
+    std::error_code error;
+    if (!fs::exists(file_, error))
+        return;
+    std::ifstream in(file_, std::ios::binary);
+    if (!in) {
+        writable_ = setAside(file_, "cannot open it");
+        return;
+    }
+    std::stringstream buffer;
+    buffer << in.rdbuf();
+    auto parsed = nlohmann::json::parse(buffer.str(), nullptr, false);
+    if (parsed.is_discarded()) {
+        writable_ = setAside(file_, "not valid JSON");
+        return;
+    }
+    if (!parsed.is_object()) {
+        writable_ = setAside(file_, "not a JSON object");
+        return;
+    }
+    values_ = std::move(parsed);
+}
+
+std::optional<std::string> Defaults::string(const std::string& key) const {
+    std::lock_guard lock(mutex_);
+    const auto it = values_.find(key);
+    if (it == values_.end() || !it->is_string())
+        return std::nullopt;
+    return it->get<std::string>();
+}
+
+std::optional<bool> Defaults::boolean(const std::string& key) const {
+    std::lock_guard lock(mutex_);
+    const auto it = values_.find(key);
+    if (it == values_.end() || !it->is_boolean())
+        return std::nullopt;
+    return it->get<bool>();
+}
+
+std::optional<std::int64_t> Defaults::integer(const std::string& key) const {
+    std::lock_guard lock(mutex_);
+    const auto it = values_.find(key);
+    if (it == values_.end() || !it->is_number_integer())
+        return std::nullopt;
+    return it->get<std::int64_t>();
+}
+
+std::optional<std::vector<std::uint8_t>> Defaults::data(const std::string& key) const {
+    std::lock_guard lock(mutex_);
+    const auto it = values_.find(key);
+    if (it == values_.end() || !it->is_object())
+        return std::nullopt;
+    const auto encoded = it->find("data");
+    if (encoded == it->end() || !encoded->is_string())
+        return std::nullopt;
+    return decodeBase64(encoded->get<std::string>());
+}
+
+void Defaults::setString(const std::string& key, const std::string& value) {
+    std::lock_guard lock(mutex_);
+    values_[key] = value;
+    writeLocked();
+}
+
+void Defaults::setBoolean(const std::string& key, bool value) {
+    std::lock_guard lock(mutex_);
+    values_[key] = value;
+    writeLocked();
+}
+
+void Defaults::setInteger(const std::string& key, std::int64_t value) {
+    std::lock_guard lock(mutex_);
+    values_[key] = value;
+    writeLocked();
+}
+
+void Defaults::setData(const std::string& key, const std::vector<std::uint8_t>& value) {
+    std::lock_guard lock(mutex_);
+    values_[key] = nlohmann::json{{"data", encodeBase64(value)}};
+    writeLocked();
+}
+
+void Defaults::remove(const std::string& key) {
+    std::lock_guard lock(mutex_);
+    if (values_.erase(key) == 0)
+        return;
+    writeLocked();
+}
+
+// A failed write keeps the values in memory and warns: preferences are not worth a crash, and the
+// old file stays intact because the rename never happened.
+void Defaults::writeLocked() const {
+    if (!writable_)
+        return;
+    std::error_code error;
+    fs::create_directories(file_.parent_path(), error);
+    const fs::path temporary = file_.string() + ".tmp-" + std::to_string(::getpid()) + "-" +
+                               std::to_string(reinterpret_cast<std::uintptr_t>(this));
+    {
+        std::ofstream out(temporary, std::ios::binary | std::ios::trunc);
+        out << values_.dump(2) << '\n';
+        out.flush();
+        if (!out) {
+            platform::consoleLine("Warning: could not write settings file " + temporary.string());
+            fs::remove(temporary, error);
+            return;
+        }
+    }
+    fs::rename(temporary, file_, error);
+    if (error) {
+        platform::consoleLine("Warning: could not replace settings file " + file_.string() + ": " +
+                              error.message());
+        fs::remove(temporary, error);
+    }
+}
+
+} // namespace lumivesper::settings
