@@ -23,8 +23,8 @@ void printUsage(std::ostream& out) {
            "Makes and reads dynamic wallpapers without the desktop application.\n\n"
            "Commands:\n";
     for (const auto& command : commands)
-        out << "  " << command.name << std::string(12 - command.name.size(), ' ')
-            << command.summary << '\n';
+        out << "  " << command.name << std::string(12 - command.name.size(), ' ') << command.summary
+            << '\n';
     out << "\nRun 'lumivesper-cli COMMAND --help' for a command's arguments.\n"
            "Options: --help, --version\n";
 }

@@ -1,5 +1,4 @@
 #include "cli/command.h"
-
 #include "sun/solar_position.h"
 
 #include <charconv>
@@ -74,7 +73,8 @@ std::optional<std::chrono::system_clock::time_point> parseInstant(const std::str
         if (zone != "Z") {
             const int sign = zone[0] == '-' ? -1 : 1;
             const std::string digits = std::regex_replace(zone.substr(1), std::regex(":"), "");
-            const int offset = std::stoi(digits.substr(0, 2)) * 3600 + std::stoi(digits.substr(2)) * 60;
+            const int offset =
+                std::stoi(digits.substr(0, 2)) * 3600 + std::stoi(digits.substr(2)) * 60;
             seconds -= sign * offset;
         }
     } else {
@@ -102,7 +102,8 @@ int runSun(const CommandContext& context) {
             return exitSuccess;
         }
         if (option != "--lat" && option != "--lon" && option != "--time" && option != "--tz") {
-            context.err << "lumivesper-cli sun: unknown argument '" << option << "'\n\n" << sunUsage;
+            context.err << "lumivesper-cli sun: unknown argument '" << option << "'\n\n"
+                        << sunUsage;
             return exitUsage;
         }
         if (i + 1 >= args.size()) {
@@ -150,7 +151,8 @@ int runSun(const CommandContext& context) {
         instant = *parsed;
     }
 
-    const auto position = sun::solarPosition(instant, sun::TimeZone::current(), *latitude, *longitude);
+    const auto position =
+        sun::solarPosition(instant, sun::TimeZone::current(), *latitude, *longitude);
     char line[64];
     std::snprintf(line, sizeof line, "altitude %.3f\nazimuth %.3f\n", position.altitude,
                   position.azimuth);

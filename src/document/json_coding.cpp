@@ -4,7 +4,9 @@
 
 namespace lumivesper::platform {
 
-void to_json(nlohmann::json& json, const Uuid& uuid) { json = uuid.toString(); }
+void to_json(nlohmann::json& json, const Uuid& uuid) {
+    json = uuid.toString();
+}
 
 void from_json(const nlohmann::json& json, Uuid& uuid) {
     if (!json.is_string())
@@ -58,7 +60,8 @@ template <typename T> T requiredValue(const json& object, const char* key) {
     }
 }
 
-template <typename T> void putOptional(json& object, const char* key, const std::optional<T>& value) {
+template <typename T>
+void putOptional(json& object, const char* key, const std::optional<T>& value) {
     if (value)
         object[key] = *value;
 }
@@ -91,11 +94,13 @@ double secondsSinceReferenceDate(std::chrono::system_clock::time_point time) {
 
 std::chrono::system_clock::time_point timeFromReferenceSeconds(double seconds) {
     using namespace std::chrono;
-    return system_clock::time_point(
-        duration_cast<system_clock::duration>(duration<double>(seconds + referenceDateOffsetSeconds)));
+    return system_clock::time_point(duration_cast<system_clock::duration>(
+        duration<double>(seconds + referenceDateOffsetSeconds)));
 }
 
-void to_json(json& out, WallpaperMode mode) { out = std::string(rawValue(mode)); }
+void to_json(json& out, WallpaperMode mode) {
+    out = std::string(rawValue(mode));
+}
 
 void from_json(const json& in, WallpaperMode& mode) {
     if (!in.is_string())

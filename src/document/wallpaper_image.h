@@ -20,7 +20,7 @@ struct WallpaperImage {
     std::optional<double> azimuth;  // degrees clockwise from north, time mode
     std::optional<bool> isLight;    // appearance mode
     bool isTween = false;
-    std::optional<Uuid> parentId; // for a tween: the key image its run follows
+    std::optional<Uuid> parentId;  // for a tween: the key image its run follows
     std::optional<int> tweenCount; // carried through from stored projects, never assigned here
 
     // Not stored in project.json:

@@ -157,7 +157,8 @@ HttpResponse perform(const HttpRequest& request, Transfer& transfer) {
         case CURLE_COULDNT_CONNECT:
         case CURLE_COULDNT_RESOLVE_HOST:
         case CURLE_COULDNT_RESOLVE_PROXY:
-            throw HttpError(HttpError::Kind::cannotConnect, "Could not connect to the server: " + message);
+            throw HttpError(HttpError::Kind::cannotConnect,
+                            "Could not connect to the server: " + message);
         case CURLE_URL_MALFORMAT:
         case CURLE_UNSUPPORTED_PROTOCOL:
             throw HttpError(HttpError::Kind::invalidUrl, "Invalid URL: " + request.url);
@@ -200,7 +201,8 @@ HttpResponse HttpClient::download(const HttpRequest& request,
     HttpResponse response = perform(request, transfer);
     file.close();
     if (!file)
-        throw HttpError(HttpError::Kind::fileWriteFailed, "Could not write " + destination.string());
+        throw HttpError(HttpError::Kind::fileWriteFailed,
+                        "Could not write " + destination.string());
     return response;
 }
 

@@ -45,7 +45,8 @@ private:
 };
 
 // Received bytes, and the total when the server announced one.
-using DownloadProgress = std::function<void(std::int64_t received, std::optional<std::int64_t> total)>;
+using DownloadProgress =
+    std::function<void(std::int64_t received, std::optional<std::int64_t> total)>;
 
 // One call is one request on its own connection; the client holds no state, so one instance may be
 // used from many threads at once. Redirects are followed. Any HTTP status is a response, not an

@@ -130,9 +130,8 @@ void writePng(const PixelImage& image, const std::filesystem::path& path) {
     const std::string what = "Cannot write " + path.string();
     if (image.empty() || image.rgba.size() != std::size_t(image.width) * image.height * 4)
         throw ImageIoError(what + ": empty or malformed image");
-    VipsImage* wrapped = vips_image_new_from_memory(image.rgba.data(), image.rgba.size(),
-                                                    image.width, image.height, 4,
-                                                    VIPS_FORMAT_UCHAR);
+    VipsImage* wrapped = vips_image_new_from_memory(
+        image.rgba.data(), image.rgba.size(), image.width, image.height, 4, VIPS_FORMAT_UCHAR);
     if (!wrapped)
         failWithVipsError(what);
     VipsImagePtr source(wrapped);

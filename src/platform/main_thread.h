@@ -9,7 +9,8 @@
 namespace lumivesper::platform {
 
 // The one way for background work to reach the document: post a function to run on the main
-// thread. The Qt implementation queues it on the event loop; tests and the CLI use QueuedMainThread.
+// thread. The Qt implementation queues it on the event loop; tests and the CLI use
+// QueuedMainThread.
 class MainThread {
 public:
     virtual ~MainThread() = default;

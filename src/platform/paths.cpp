@@ -25,10 +25,16 @@ std::filesystem::path xdgDirectory(const char* variable, const char* fallbackBel
 
 } // namespace
 
-std::filesystem::path dataHome() { return xdgDirectory("XDG_DATA_HOME", ".local/share"); }
+std::filesystem::path dataHome() {
+    return xdgDirectory("XDG_DATA_HOME", ".local/share");
+}
 
-std::filesystem::path configHome() { return xdgDirectory("XDG_CONFIG_HOME", ".config"); }
+std::filesystem::path configHome() {
+    return xdgDirectory("XDG_CONFIG_HOME", ".config");
+}
 
-std::filesystem::path temporaryDirectory() { return std::filesystem::temp_directory_path(); }
+std::filesystem::path temporaryDirectory() {
+    return std::filesystem::temp_directory_path();
+}
 
 } // namespace lumivesper::platform

@@ -84,8 +84,8 @@ bool Uuid::isNil() const {
 
 } // namespace lumivesper::platform
 
-std::size_t
-std::hash<lumivesper::platform::Uuid>::operator()(const lumivesper::platform::Uuid& uuid) const noexcept {
+std::size_t std::hash<lumivesper::platform::Uuid>::operator()(
+    const lumivesper::platform::Uuid& uuid) const noexcept {
     std::size_t value = 1469598103934665603ULL;
     for (auto b : uuid.bytes()) {
         value ^= b;

@@ -9,8 +9,12 @@ namespace {
 
 constexpr double pi = 3.141592653589793;
 
-double toRadians(double degrees) { return degrees * pi / 180.0; }
-double toDegrees(double radians) { return radians * 180.0 / pi; }
+double toRadians(double degrees) {
+    return degrees * pi / 180.0;
+}
+double toDegrees(double radians) {
+    return radians * 180.0 / pi;
+}
 
 struct ClockReading {
     int hour = 0;
@@ -43,22 +47,24 @@ SolarPosition solarPosition(std::chrono::system_clock::time_point date, const Ti
     const double M = 357.52911 + T * (35999.05029 - T * 0.0001537);
     const double e = 0.016708634 - T * (0.000042037 + T * 0.0000001267);
     const double omega = toRadians(125.04 - 1934.136 * T);
-    const double epsilon0 = 23.0 + (26.0 + (21.448 - T * (46.815 + T * (0.00059 - T * 0.001813))) / 60.0) / 60.0;
+    const double epsilon0 =
+        23.0 + (26.0 + (21.448 - T * (46.815 + T * (0.00059 - T * 0.001813))) / 60.0) / 60.0;
     const double epsilon = epsilon0 + 0.00256 * std::cos(omega);
     const double y = std::pow(std::tan(toRadians(epsilon / 2.0)), 2);
 
     const double L = toRadians(L0);
     const double m = toRadians(M);
-    const double E = 4.0 * toDegrees(y * std::sin(2 * L) - 2 * e * std::sin(m) +
-                                     4 * e * y * std::sin(m) * std::cos(2 * L) -
-                                     0.5 * y * y * std::sin(4 * L) - 1.25 * e * e * std::sin(2 * m));
+    const double E =
+        4.0 * toDegrees(y * std::sin(2 * L) - 2 * e * std::sin(m) +
+                        4 * e * y * std::sin(m) * std::cos(2 * L) - 0.5 * y * y * std::sin(4 * L) -
+                        1.25 * e * e * std::sin(2 * m));
 
     const int offsetSeconds = zone.secondsFromUtc(date);
     const ClockReading clock = readClock(date, offsetSeconds);
     const double Z = offsetSeconds / 3600.0;
 
-    double S = (clock.hour * 60.0 + clock.minute + clock.second / 60.0) +
-               (4.0 * longitude + E - 60.0 * Z);
+    double S =
+        (clock.hour * 60.0 + clock.minute + clock.second / 60.0) + (4.0 * longitude + E - 60.0 * Z);
     while (S < 0)
         S += 1440.0;
     while (S >= 1440.0)
@@ -75,14 +81,15 @@ SolarPosition solarPosition(std::chrono::system_clock::time_point date, const Ti
 
     const double phi = toRadians(latitude);
     const double h = toRadians(H);
-    const double c = std::clamp(std::sin(phi) * std::sin(delta) +
-                                    std::cos(phi) * std::cos(delta) * std::cos(h),
-                                -1.0, 1.0);
+    const double c = std::clamp(
+        std::sin(phi) * std::sin(delta) + std::cos(phi) * std::cos(delta) * std::cos(h), -1.0, 1.0);
     const double altitude = 90.0 - toDegrees(std::acos(c));
 
-    double azimuth = std::fmod(
-        toDegrees(std::atan2(std::sin(h), std::sin(phi) * std::cos(h) - std::cos(phi) * std::tan(delta))) + 180.0,
-        360.0);
+    double azimuth =
+        std::fmod(toDegrees(std::atan2(std::sin(h), std::sin(phi) * std::cos(h) -
+                                                        std::cos(phi) * std::tan(delta))) +
+                      180.0,
+                  360.0);
     if (azimuth < 0)
         azimuth += 360.0;
     if (azimuth >= 360.0) // a tiny negative remainder plus 360 rounds up to 360

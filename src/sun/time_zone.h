@@ -8,7 +8,9 @@ namespace lumivesper::sun {
 class TimeZone {
 public:
     static TimeZone utc() { return TimeZone(Kind::fixed, 0); }
-    static TimeZone fixedOffset(int secondsEastOfUtc) { return TimeZone(Kind::fixed, secondsEastOfUtc); }
+    static TimeZone fixedOffset(int secondsEastOfUtc) {
+        return TimeZone(Kind::fixed, secondsEastOfUtc);
+    }
     // The process's local zone ($TZ or /etc/localtime), daylight saving included.
     static TimeZone current() { return TimeZone(Kind::local, 0); }
 
