@@ -162,6 +162,9 @@ public:
     // After a successful save: the package's path and rewritten source paths; no undo step.
     void markSaved(const std::filesystem::path& packagePath,
                    std::vector<WallpaperImage> savedImages);
+    // A save copying one file into the package: the record now points at the copy. No undo step
+    // and no dirty flag; unknown ids are ignored.
+    void setSourcePath(const Uuid& id, std::optional<std::filesystem::path> path);
 
     // ---- Selection (no undo, no dirty flag) ----
     void selectImage(std::optional<Uuid> id);
