@@ -1,0 +1,56 @@
+#pragma once
+
+#include <chrono>
+#include <httplib.h>
+#include <stdexcept>
+#include <string>
+#include <thread>
+
+namespace lumivesper::tools::testing {
+
+// A real HTTP server on 127.0.0.1 and a free port, serving whatever routes the test sets up on
+// `server` before start().
+class LoopbackServer {
+public:
+    LoopbackServer() = default;
+    ~LoopbackServer() {
+        server.stop();
+        if (thread_.joinable())
+            thread_.join();
+    }
+    LoopbackServer(const LoopbackServer&) = delete;
+    LoopbackServer& operator=(const LoopbackServer&) = delete;
+
+    void start() {
+        port_ = server.bind_to_any_port("127.0.0.1");
+        if (port_ <= 0)
+            throw std::runtime_error("cannot bind a loopback port");
+        thread_ = std::thread([this] { server.listen_after_bind(); });
+        const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(10);
+        while (!server.is_running()) {
+            if (std::chrono::steady_clock::now() > deadline)
+                throw std::runtime_error("loopback server did not start");
+            std::this_thread::yield();
+        }
+    }
+
+    std::string url(const std::string& path) const {
+        return "http://127.0.0.1:" + std::to_string(port_) + path;
+    }
+
+    httplib::Server server;
+
+private:
+    int port_ = 0;
+    std::thread thread_;
+};
+
+// A port on 127.0.0.1 where nothing listens: bound once to learn a free number, then closed.
+inline int closedLoopbackPort() {
+    httplib::Server probe;
+    const int port = probe.bind_to_any_port("127.0.0.1");
+    probe.stop();
+    return port;
+}
+
+} // namespace lumivesper::tools::testing
