@@ -1,0 +1,98 @@
+#pragma once
+
+#include "shell/lifetime_token.h"
+
+#include <filesystem>
+#include <functional>
+#include <string>
+#include <vector>
+
+namespace lumivesper::document {
+class AppState;
+class ProjectIO;
+} // namespace lumivesper::document
+
+namespace lumivesper::platform {
+class Dialogs;
+}
+
+namespace lumivesper::shell {
+
+class AppUIState;
+class SaveFlowCoordinator;
+
+enum class ToolbarAction {
+    importImages,
+    generateTimeline,
+    autoTween,
+    open,
+    save,
+    exportWallpaper,
+    viewMode,
+    inspector,
+};
+
+// One toolbar item as the window shows it; `symbol` is a themed icon name.
+struct ToolbarItem {
+    ToolbarAction action;
+    std::string label;
+    std::string symbol;
+    bool enabled = true;
+};
+
+// The one façade through which menus, toolbar and the application start whole-document commands.
+// Owns no document data. Main thread only.
+class AppCommandCenter {
+public:
+    AppCommandCenter(document::AppState& appState, AppUIState& uiState,
+                     document::ProjectIO& projectIO, SaveFlowCoordinator& saveFlow,
+                     platform::Dialogs& dialogs);
+
+    // ---- Queries (menu and toolbar enabled states) ----
+    bool canCloseProject() const;
+    bool hasTweens() const;
+    bool canPlayTimeline() const;
+    std::size_t keyImageCount() const;
+    std::vector<ToolbarItem> toolbarItems() const;
+
+    // ---- Commands ----
+    void importImages();
+    void newProject();
+    void closeProject();
+    void showOpenPanel();
+    void openProject(const std::filesystem::path& url);
+    void saveProject();
+    void saveProjectAs();
+    void confirmDeleteAllTweens();
+    void checkForUpdates();
+    void performToolbarAction(ToolbarAction action);
+
+    // ---- Entry points that would discard unsaved work: the prompt first, then the command ----
+    void requestNewProject();
+    void requestOpen();
+    void requestOpenProject(const std::filesystem::path& url); // recent entry, file from outside
+    void requestCloseProject();
+    void togglePlayback();
+
+    // The application's update check; without one, checkForUpdates only says so on the console.
+    void setUpdateCheckHandler(std::function<void()> handler) { updateCheck_ = std::move(handler); }
+
+    document::AppState& appState() { return appState_; }
+    const document::AppState& appState() const { return appState_; }
+    AppUIState& uiState() { return uiState_; }
+    const AppUIState& uiState() const { return uiState_; }
+    SaveFlowCoordinator& saveFlow() { return saveFlow_; }
+
+private:
+    void resetTo(const std::string& actionName);
+
+    document::AppState& appState_;
+    AppUIState& uiState_;
+    document::ProjectIO& projectIO_;
+    SaveFlowCoordinator& saveFlow_;
+    platform::Dialogs& dialogs_;
+    std::function<void()> updateCheck_;
+    LifetimeToken lifetime_;
+};
+
+} // namespace lumivesper::shell

@@ -1,0 +1,117 @@
+#include "shell/app_lifecycle_delegate.h"
+
+#include "document/app_state.h"
+#include "platform/console.h"
+#include "settings/update_channel.h"
+#include "shell/app_command_center.h"
+
+namespace lumivesper::shell {
+
+AppLifecycleDelegate::AppLifecycleDelegate(settings::UpdateChannelManager& channels,
+                                           std::function<std::string()> feedBaseURL,
+                                           std::function<void(bool)> replyToPlatform)
+    : channels_(channels), feedBaseURL_(std::move(feedBaseURL)),
+      replyToPlatform_(std::move(replyToPlatform)) {}
+
+void AppLifecycleDelegate::applicationDidFinishLaunching(
+    const std::function<std::unique_ptr<UpdateController>(UpdaterDelegate&)>& makeUpdater) {
+    platform::consoleLine("[AppLifecycle] Launch complete.");
+    updater_ = makeUpdater ? makeUpdater(*this) : nullptr;
+    channelSubscription_ = channels_.observeChannelChanged([this](const settings::UpdateChannelChange&) {
+        if (!updater_)
+            return;
+        updater_->resetUpdateCycle();
+        updater_->checkForUpdatesInBackground();
+    });
+    const bool beta = channels_.currentChannel() == settings::UpdateChannel::beta;
+    platform::consoleLine(std::string("✅ Update checker initialized - update channel: ") +
+                          (beta ? "beta" : "stable"));
+}
+
+void AppLifecycleDelegate::bindCommandCenter(
+    AppCommandCenter& commandCenter,
+    const std::function<void(std::function<void()>)>& postToMainThread) {
+    commandCenter_ = &commandCenter;
+    commandCenter.setUpdateCheckHandler([this, alive = lifetime_.weak()] {
+        if (!alive.expired() && updater_)
+            updater_->checkForUpdates();
+    });
+    if (!pendingFileURL_)
+        return;
+    auto url = std::move(*pendingFileURL_);
+    pendingFileURL_.reset();
+    postToMainThread([this, alive = lifetime_.weak(), url] {
+        if (!alive.expired())
+            openWithPrompt(url); // checked on arrival
+    });
+}
+
+void AppLifecycleDelegate::openWithPrompt(const std::filesystem::path& url) {
+    if (commandCenter_)
+        commandCenter_->requestOpenProject(url);
+}
+
+bool AppLifecycleDelegate::openFile(const std::filesystem::path& path) {
+    if (path.extension() != ".lumivesper")
+        return false;
+    if (commandCenter_)
+        openWithPrompt(path);
+    else
+        pendingFileURL_ = path; // the last one to arrive wins
+    return true;
+}
+
+void AppLifecycleDelegate::openURL(const std::filesystem::path& url) {
+    if (url.extension() != ".lvesper")
+        return;
+    openWithPrompt(url);
+}
+
+bool AppLifecycleDelegate::windowShouldClose(std::function<void()> performClose) {
+    if (shouldBypassCloseCheck_) {
+        shouldBypassCloseCheck_ = false;
+        return true;
+    }
+    if (isTerminating_)
+        return true;
+    if (commandCenter_ && commandCenter_->appState().isDirty()) {
+        commandCenter_->saveFlow().confirmUnsaved(
+            "Close", commandCenter_->appState(),
+            [this, alive = lifetime_.weak(), performClose = std::move(performClose)] {
+                if (alive.expired())
+                    return;
+                shouldBypassCloseCheck_ = true;
+                if (performClose)
+                    performClose();
+            });
+        return false;
+    }
+    return true;
+}
+
+TerminateReply AppLifecycleDelegate::applicationShouldTerminate() {
+    if (!commandCenter_ || !commandCenter_->appState().isDirty())
+        return TerminateReply::now;
+    commandCenter_->saveFlow().handleTerminate(commandCenter_->appState(), *this);
+    return TerminateReply::later;
+}
+
+void AppLifecycleDelegate::replyToApplicationShouldTerminate(bool shouldTerminate) {
+    if (replyToPlatform_)
+        replyToPlatform_(shouldTerminate);
+}
+
+std::string AppLifecycleDelegate::feedURLString() {
+    const std::string url = channels_.feedURLString(feedBaseURL_ ? feedBaseURL_() : std::string());
+    platform::consoleLine("📡 Update feed URL: " + url);
+    return url;
+}
+
+void AppLifecycleDelegate::didFindValidUpdate(const std::string& displayVersion,
+                                              const std::string& version) {
+    platform::consoleLine("✅ Update found: " + displayVersion + " (" + version + ")");
+}
+
+void AppLifecycleDelegate::didNotFindUpdate() { platform::consoleLine("ℹ️  No updates available"); }
+
+} // namespace lumivesper::shell

@@ -1,0 +1,81 @@
+#pragma once
+
+#include "platform/observer_list.h"
+#include "shell/save_flow_coordinator.h"
+#include "shell/update_controller.h"
+
+#include <filesystem>
+#include <functional>
+#include <memory>
+#include <optional>
+
+namespace lumivesper::settings {
+class UpdateChannelManager;
+}
+
+namespace lumivesper::shell {
+
+class AppCommandCenter;
+
+// The platform's answer to a request to quit.
+enum class TerminateReply { now, cancel, later };
+
+// The application's delegate as plain logic: launch order, files opened from outside (parked until
+// the window exists), the unsaved-changes guard on closing the window and on quitting, and the
+// update component's delegate. The toolkit layer calls these entry points.
+class AppLifecycleDelegate final : public TerminationDelegate, public UpdaterDelegate {
+public:
+    // `replyToPlatform` answers a quit request that was answered `later`.
+    AppLifecycleDelegate(settings::UpdateChannelManager& channels,
+                         std::function<std::string()> feedBaseURL,
+                         std::function<void(bool)> replyToPlatform);
+
+    // Launch: the console line, then the update component (created by `makeUpdater`, which
+    // receives this delegate), re-checking whenever the update channel changes.
+    void applicationDidFinishLaunching(
+        const std::function<std::unique_ptr<UpdateController>(UpdaterDelegate&)>& makeUpdater);
+
+    // The root view appeared: bind the command center and open a parked file.
+    void bindCommandCenter(AppCommandCenter& commandCenter,
+                           const std::function<void(std::function<void()>)>& postToMainThread);
+    void unbindCommandCenter() { commandCenter_ = nullptr; }
+
+    // A file the system asks us to open ("*.lumivesper"); false refuses it.
+    bool openFile(const std::filesystem::path& path);
+    // A URL delivered to the window ("*.lvesper").
+    void openURL(const std::filesystem::path& url);
+
+    // `performClose` closes the window again (it will pass unchecked).
+    bool windowShouldClose(std::function<void()> performClose);
+    TerminateReply applicationShouldTerminate();
+
+    // TerminationDelegate
+    void setTerminating(bool terminating) override { isTerminating_ = terminating; }
+    void replyToApplicationShouldTerminate(bool shouldTerminate) override;
+
+    // UpdaterDelegate
+    std::string feedURLString() override;
+    void didFindValidUpdate(const std::string& displayVersion, const std::string& version) override;
+    void didNotFindUpdate() override;
+
+    UpdateController* updaterController() const { return updater_.get(); }
+    const std::optional<std::filesystem::path>& pendingFileURL() const { return pendingFileURL_; }
+    bool shouldBypassCloseCheck() const { return shouldBypassCloseCheck_; }
+    bool isTerminating() const { return isTerminating_; }
+
+private:
+    void openWithPrompt(const std::filesystem::path& url);
+
+    settings::UpdateChannelManager& channels_;
+    std::function<std::string()> feedBaseURL_;
+    std::function<void(bool)> replyToPlatform_;
+    AppCommandCenter* commandCenter_ = nullptr;
+    std::optional<std::filesystem::path> pendingFileURL_;
+    bool shouldBypassCloseCheck_ = false;
+    bool isTerminating_ = false;
+    std::unique_ptr<UpdateController> updater_;
+    platform::Subscription channelSubscription_;
+    LifetimeToken lifetime_;
+};
+
+} // namespace lumivesper::shell

@@ -1,0 +1,70 @@
+#pragma once
+
+#include "platform/observer_list.h"
+
+#include <filesystem>
+#include <optional>
+#include <string>
+
+namespace lumivesper::settings {
+class Defaults;
+}
+
+namespace lumivesper::shell {
+
+enum class LibraryViewMode { grid, list, single };
+
+// The sheet on screen, if any.
+enum class ActiveSheet { exportOptions, magicGenerate };
+
+// The window's state that is not part of the document and so never enters an undo step. Main
+// thread only. The four remembered directories persist in the defaults, when there are any.
+class AppUIState {
+public:
+    static constexpr const char* lastImportDirectoryKey = "lastImportDirectory";
+    static constexpr const char* lastOpenDirectoryKey = "lastOpenDirectory";
+    static constexpr const char* lastSaveDirectoryKey = "lastSaveDirectory";
+    static constexpr const char* lastExportDirectoryKey = "lastExportDirectory";
+
+    AppUIState() = default;
+    // Reads the four directories (import, open, save, export) without writing them back.
+    explicit AppUIState(settings::Defaults& defaults);
+
+    AppUIState(const AppUIState&) = delete;
+    AppUIState& operator=(const AppUIState&) = delete;
+
+    LibraryViewMode viewMode = LibraryViewMode::grid;
+    bool showsInspector = true;
+    std::optional<ActiveSheet> activeSheet;
+    bool isHoveringOpenButton = false;
+    bool shouldTriggerAutoTween = false;
+    bool isTimelinePlaying = false;
+
+    const std::optional<std::filesystem::path>& lastImportDirectory() const { return lastImport_; }
+    const std::optional<std::filesystem::path>& lastOpenDirectory() const { return lastOpen_; }
+    const std::optional<std::filesystem::path>& lastSaveDirectory() const { return lastSave_; }
+    const std::optional<std::filesystem::path>& lastExportDirectory() const { return lastExport_; }
+    void setLastImportDirectory(std::optional<std::filesystem::path> directory);
+    void setLastOpenDirectory(std::optional<std::filesystem::path> directory);
+    void setLastSaveDirectory(std::optional<std::filesystem::path> directory);
+    void setLastExportDirectory(std::optional<std::filesystem::path> directory);
+
+    // Views call this after changing a public field, so that observers redraw.
+    void notifyChanged() { changed_.notify(); }
+    [[nodiscard]] platform::Subscription observe(std::function<void()> observer) {
+        return changed_.subscribe(std::move(observer));
+    }
+
+private:
+    void storeDirectory(const char* key, const std::optional<std::filesystem::path>& directory);
+
+    settings::Defaults* defaults_ = nullptr;
+    bool isLoadingDirectories_ = false;
+    std::optional<std::filesystem::path> lastImport_;
+    std::optional<std::filesystem::path> lastOpen_;
+    std::optional<std::filesystem::path> lastSave_;
+    std::optional<std::filesystem::path> lastExport_;
+    platform::ObserverList<> changed_;
+};
+
+} // namespace lumivesper::shell
