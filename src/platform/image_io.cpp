@@ -31,7 +31,8 @@ void startVips() {
 }
 
 // Takes ownership of the result of one vips operation, or throws.
-VipsImagePtr checked(int status, VipsImage* result, const std::string& what) {
+// `result` by reference: it must be read after the operation in the first argument has run.
+VipsImagePtr checked(int status, VipsImage*& result, const std::string& what) {
     if (status != 0 || result == nullptr)
         failWithVipsError(what);
     return VipsImagePtr(result);
