@@ -16,6 +16,8 @@ struct CommandEntry {
 // One row per command.
 constexpr CommandEntry commands[] = {
     {"sun", "altitude and azimuth of the sun at a place and time", lumivesper::cli::runSun},
+    {"export", "make a dynamic wallpaper (.heic) from images", lumivesper::cli::runExport},
+    {"inspect", "read a dynamic wallpaper back: kind, frames, values", lumivesper::cli::runInspect},
 };
 
 void printUsage(std::ostream& out) {
