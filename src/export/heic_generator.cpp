@@ -154,6 +154,12 @@ void HeicGenerator::generateAppearanceBased(
                      [](const WallpaperImage& a, const WallpaperImage& b) {
                          return countsAsLight(a) && !countsAsLight(b);
                      });
+    // Light ones first; and the first dark one goes to second place, so that a document with
+    // several light images still gets its dark image as the dark appearance.
+    const auto firstDark = std::find_if(sorted.begin() + 1, sorted.end(),
+                                        [](const WallpaperImage& i) { return !countsAsLight(i); });
+    if (firstDark != sorted.end())
+        std::rotate(sorted.begin() + 1, firstDark, firstDark + 1);
     consoleLine("DEBUG: Sorted images - light: " + sorted[0].fileName +
                 ", dark: " + sorted[1].fileName);
 

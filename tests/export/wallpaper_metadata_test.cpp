@@ -1,0 +1,233 @@
+#include "export/base64.h"
+#include "export/bplist_reader.h"
+#include "export/bplist_writer.h"
+#include "export/wallpaper_metadata.h"
+
+#include <bit>
+#include <cstring>
+#include <gtest/gtest.h>
+
+namespace lumivesper::exporting {
+namespace {
+
+using document::WallpaperImage;
+
+// The marker byte of every object in a binary property list, found through its offset table:
+// this is what a reader sees, independent of our own reader.
+std::vector<std::uint8_t> objectMarkers(const std::vector<std::uint8_t>& bytes) {
+    const std::size_t trailer = bytes.size() - 32;
+    const int offsetSize = bytes[trailer + 6];
+    auto bigEndian = [&](std::size_t at, int size) {
+        std::uint64_t value = 0;
+        for (int i = 0; i < size; ++i)
+            value = (value << 8) | bytes[at + i];
+        return value;
+    };
+    const auto count = bigEndian(trailer + 8, 8);
+    const auto table = bigEndian(trailer + 24, 8);
+    std::vector<std::uint8_t> markers;
+    for (std::uint64_t i = 0; i < count; ++i)
+        markers.push_back(bytes[bigEndian(table + i * offsetSize, offsetSize)]);
+    return markers;
+}
+
+WallpaperImage frame(std::optional<double> altitude, std::optional<double> azimuth,
+                     std::optional<bool> isLight = std::nullopt) {
+    WallpaperImage image;
+    image.altitude = altitude;
+    image.azimuth = azimuth;
+    image.isLight = isLight;
+    return image;
+}
+
+const PlistValue& record(const PlistValue& root, std::size_t n) {
+    return root.find("si")->array().at(n);
+}
+
+class SolarDocumentTest : public ::testing::Test {
+protected:
+    // Writes the document to bytes and reads it back, as the desktop would.
+    static PlistValue roundTrip(const std::vector<WallpaperImage>& frames) {
+        const auto bytes = writeBinaryPlist(solarDocument(frames));
+        return readBinaryPlist(bytes);
+    }
+};
+
+TEST_F(SolarDocumentTest, LightFlagFollowsIsLightFirstThenTheAltitude) {
+    struct Case {
+        std::optional<double> altitude;
+        std::optional<bool> isLight;
+        std::int64_t expected;
+    };
+    const Case cases[] = {
+        {-6.0, std::nullopt, 0},
+        {-6.0, true, 1},
+        {40.0, false, 0},
+        {0.0, std::nullopt, 1},
+        {std::nullopt, std::nullopt, 1},
+        {-0.0001, std::nullopt, 0},
+    };
+    std::vector<WallpaperImage> frames;
+    for (const auto& c : cases)
+        frames.push_back(frame(c.altitude, 10.0, c.isLight));
+    const auto root = roundTrip(frames);
+    for (std::size_t n = 0; n < std::size(cases); ++n) {
+        const auto& o = *record(root, n).find("o");
+        ASSERT_TRUE(o.isInteger()) << "record " << n;
+        EXPECT_EQ(o.integer(), cases[n].expected) << "record " << n;
+    }
+}
+
+TEST_F(SolarDocumentTest, RecordsHaveExactlyTheFourKeysWithSequentialIndices) {
+    const auto root = roundTrip({frame(1, 2), frame(3, 4), frame(5, 6)});
+    ASSERT_EQ(root.dictionary().size(), 1u);
+    const auto& records = root.find("si")->array();
+    ASSERT_EQ(records.size(), 3u);
+    for (std::size_t n = 0; n < records.size(); ++n) {
+        EXPECT_EQ(records[n].dictionary().size(), 4u);
+        EXPECT_EQ(records[n].find("i")->integer(), static_cast<std::int64_t>(n));
+    }
+}
+
+TEST_F(SolarDocumentTest, AnglesPassThroughUnroundedAndUnnormalised) {
+    const auto root = roundTrip({frame(12.3456789, 12.3456789), frame(-90.5, 400.25),
+                                 frame(95.0, -30.0), frame(std::nullopt, std::nullopt)});
+    const std::pair<double, double> expected[] = {
+        {12.3456789, 12.3456789}, {-90.5, 400.25}, {95.0, -30.0}, {0.0, 0.0}};
+    for (std::size_t n = 0; n < std::size(expected); ++n) {
+        const auto& a = *record(root, n).find("a");
+        const auto& z = *record(root, n).find("z");
+        ASSERT_TRUE(a.isReal() && z.isReal()) << "record " << n;
+        // Bit-exact: no decimal rounding anywhere on the way.
+        EXPECT_EQ(std::bit_cast<std::uint64_t>(a.real()),
+                  std::bit_cast<std::uint64_t>(expected[n].first));
+        EXPECT_EQ(std::bit_cast<std::uint64_t>(z.real()),
+                  std::bit_cast<std::uint64_t>(expected[n].second));
+    }
+}
+
+TEST_F(SolarDocumentTest, ValueTypesInTheBytesAreIntegersAndEightByteRealsNeverBooleans) {
+    // Whole-number angles equal to the "o" and "i" values are the trap: they must stay reals.
+    const auto bytes =
+        writeBinaryPlist(solarDocument({frame(1.0, 0.0, true), frame(0.0, 1.0, false)}));
+    ASSERT_EQ(std::memcmp(bytes.data(), "bplist00", 8), 0);
+    int reals = 0;
+    for (auto marker : objectMarkers(bytes)) {
+        EXPECT_NE(marker, 0x08) << "boolean false";
+        EXPECT_NE(marker, 0x09) << "boolean true";
+        EXPECT_NE(marker, 0x22) << "4-byte real";
+        reals += marker == 0x23;
+    }
+    EXPECT_EQ(reals, 2); // 1.0 and 0.0, each stored once
+    const auto root = readBinaryPlist(bytes);
+    EXPECT_TRUE(record(root, 0).find("a")->isReal());
+    EXPECT_TRUE(record(root, 0).find("o")->isInteger());
+    EXPECT_TRUE(record(root, 1).find("z")->isReal());
+    EXPECT_TRUE(record(root, 1).find("i")->isInteger());
+}
+
+TEST_F(SolarDocumentTest, ASingleFrameGivesOneRecord) {
+    const auto root = roundTrip({frame(std::nullopt, std::nullopt)});
+    ASSERT_EQ(root.find("si")->array().size(), 1u);
+    EXPECT_EQ(record(root, 0).find("i")->integer(), 0);
+    EXPECT_EQ(record(root, 0).find("o")->integer(), 1);
+}
+
+TEST_F(SolarDocumentTest, ManyFramesUseWiderReferencesAndStillReadBack) {
+    std::vector<WallpaperImage> frames;
+    for (int n = 0; n < 300; ++n)
+        frames.push_back(frame(n * 0.25 - 30, n * 1.5));
+    const auto root = roundTrip(frames);
+    ASSERT_EQ(root.find("si")->array().size(), 300u);
+    EXPECT_EQ(record(root, 299).find("i")->integer(), 299);
+    EXPECT_EQ(record(root, 299).find("a")->real(), 299 * 0.25 - 30);
+    EXPECT_EQ(record(root, 299).find("z")->real(), 299 * 1.5);
+}
+
+TEST(AppearanceDocumentTest, HoldsLightZeroAndDarkOneAsIntegersOnly) {
+    const auto bytes = writeBinaryPlist(appearanceDocument());
+    const auto root = readBinaryPlist(bytes);
+    ASSERT_EQ(root.dictionary().size(), 2u);
+    EXPECT_TRUE(root.find("l")->isInteger());
+    EXPECT_EQ(root.find("l")->integer(), 0);
+    EXPECT_EQ(root.find("d")->integer(), 1);
+    EXPECT_EQ(bytes, writeBinaryPlist(appearanceDocument()));
+}
+
+TEST(BinaryPlistTest, IntegersOfEverySizeAndSignRoundTrip) {
+    const std::int64_t values[] = {0,  255,      256, 65535, 65536, 4294967295LL, 4294967296LL,
+                                   -1, INT64_MIN};
+    PlistValue::Array array;
+    for (auto v : values)
+        array.emplace_back(v);
+    const auto root = readBinaryPlist(writeBinaryPlist(PlistValue(array)));
+    for (std::size_t n = 0; n < std::size(values); ++n)
+        EXPECT_EQ(root.array()[n].integer(), values[n]);
+}
+
+TEST(BinaryPlistTest, LongAndNonAsciiStringsRoundTrip) {
+    const std::string texts[] = {"", "a", std::string(40, 'x'), "Été — ☀️"};
+    PlistValue::Array array;
+    for (const auto& t : texts)
+        array.emplace_back(t);
+    const auto root = readBinaryPlist(writeBinaryPlist(PlistValue(array)));
+    for (std::size_t n = 0; n < std::size(texts); ++n)
+        EXPECT_EQ(root.array()[n].string(), texts[n]);
+}
+
+TEST(BinaryPlistTest, ReaderRefusesMalformedInput) {
+    auto good = writeBinaryPlist(solarDocument({frame(1, 2)}));
+    std::vector<std::vector<std::uint8_t>> bad = {
+        {},
+        std::vector<std::uint8_t>(good.begin(), good.end() - 1), // truncated trailer
+        std::vector<std::uint8_t>(40, 0),
+    };
+    auto wrongMagic = good;
+    wrongMagic[1] = 'X';
+    bad.push_back(wrongMagic);
+    auto offsetPastEnd = good;
+    offsetPastEnd[offsetPastEnd.size() - 1] = 0xFF; // offset table beyond the trailer
+    bad.push_back(offsetPastEnd);
+    // A dictionary whose value is itself: refs point back to object 0.
+    auto cycle = writeBinaryPlist(PlistValue(PlistValue::Array{PlistValue(1)}));
+    cycle[9] = 0x00; // the array's only reference now names the array
+    bad.push_back(cycle);
+    for (std::size_t n = 0; n < bad.size(); ++n)
+        EXPECT_THROW(readBinaryPlist(bad[n]), PlistReadError) << "case " << n;
+}
+
+TEST(Base64Test, StandardAlphabetWithPaddingOnOneLine) {
+    const std::pair<std::string, std::string> cases[] = {
+        {"", ""}, {"M", "TQ=="}, {"Ma", "TWE="}, {"Man", "TWFu"}, {"\xFB\xFF", "+/8="}};
+    for (const auto& [plain, encoded] : cases) {
+        const std::vector<std::uint8_t> bytes(plain.begin(), plain.end());
+        EXPECT_EQ(base64Encode(bytes), encoded);
+        EXPECT_EQ(base64Decode(encoded), bytes);
+    }
+    const std::vector<std::uint8_t> large(1000, 0xAB);
+    EXPECT_EQ(base64Encode(large).find('\n'), std::string::npos);
+    EXPECT_FALSE(base64Decode("TWF"));
+    EXPECT_FALSE(base64Decode("TW\nFu"));
+    EXPECT_FALSE(base64Decode("T=Fu"));
+}
+
+TEST(XmpPacketTest, CarriesThePropertyAsADoubleQuotedAttributeOfOneDescription) {
+    const auto packet = xmpPacket("solar", "QUJD");
+    EXPECT_NE(packet.find("xmlns:apple_desktop=\"http://ns.apple.com/namespace/1.0/\""),
+              std::string::npos);
+    EXPECT_NE(packet.find("apple_desktop:solar=\"QUJD\""), std::string::npos);
+    EXPECT_NE(packet.find("<rdf:Description rdf:about=\"\""), std::string::npos);
+    EXPECT_EQ(packet.find("<apple_desktop:"), std::string::npos); // never the element form
+    EXPECT_EQ(packet.find('\''), std::string::npos);
+    EXPECT_EQ(packet.find("rdf:Description"), packet.rfind("rdf:Description"));
+    EXPECT_EQ(desktopNamespaceUri.size(), 34u);
+
+    const auto found = findDesktopProperty(xmpPacket("apr", "TWFu"));
+    ASSERT_TRUE(found);
+    EXPECT_EQ(found->name, "apr");
+    EXPECT_EQ(found->value, "TWFu");
+    EXPECT_FALSE(findDesktopProperty("<apple_desktop:solar>QUJD</apple_desktop:solar>"));
+}
+
+} // namespace
+} // namespace lumivesper::exporting
