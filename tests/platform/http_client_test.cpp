@@ -1,0 +1,198 @@
+#include "platform/cancellation.h"
+#include "platform/http_client.h"
+
+#include <condition_variable>
+#include <filesystem>
+#include <fstream>
+#include <gtest/gtest.h>
+#include <httplib.h>
+#include <mutex>
+#include <thread>
+
+#include <arpa/inet.h>
+#include <netinet/in.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+namespace lumivesper::platform {
+namespace {
+
+// A real server on 127.0.0.1 with a handler that can be held until the test releases it.
+class HttpClientTest : public ::testing::Test {
+protected:
+    HttpClientTest() {
+        server.Get("/hello", [](const httplib::Request& request, httplib::Response& response) {
+            response.set_header("X-Echo", request.get_header_value("X-Token"));
+            response.set_content("hello there", "text/plain");
+        });
+        server.Post("/echo", [](const httplib::Request& request, httplib::Response& response) {
+            response.set_content(request.body, request.get_header_value("Content-Type"));
+        });
+        server.Get("/missing", [](const httplib::Request&, httplib::Response& response) {
+            response.status = 404;
+            response.set_content("no such thing", "text/plain");
+        });
+        server.Get("/moved", [](const httplib::Request&, httplib::Response& response) {
+            response.set_redirect("/hello");
+        });
+        server.Get("/held", [this](const httplib::Request&, httplib::Response& response) {
+            std::unique_lock lock(mutex);
+            held = true;
+            changed.notify_all();
+            changed.wait_for(lock, std::chrono::seconds(20), [this] { return released; });
+            response.set_content("late", "text/plain");
+        });
+        server.Get("/sized", [](const httplib::Request&, httplib::Response& response) {
+            response.set_content(std::string(300000, 'x'), "application/zip");
+        });
+        server.Get("/chunked", [](const httplib::Request&, httplib::Response& response) {
+            response.set_chunked_content_provider(
+                "application/zip", [](size_t offset, httplib::DataSink& sink) {
+                    if (offset >= 200000) {
+                        sink.done();
+                        return true;
+                    }
+                    const std::string chunk(50000, 'y');
+                    return sink.write(chunk.data(), chunk.size());
+                });
+        });
+        port = server.bind_to_any_port("127.0.0.1");
+        thread = std::thread([this] { server.listen_after_bind(); });
+        // stop() before the accept loop runs would be lost, and the loop would never end.
+        const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(10);
+        while (!server.is_running() && std::chrono::steady_clock::now() < deadline)
+            std::this_thread::yield();
+    }
+
+    ~HttpClientTest() override {
+        release();
+        server.stop();
+        thread.join();
+    }
+
+    std::string url(const std::string& path) const {
+        return "http://127.0.0.1:" + std::to_string(port) + path;
+    }
+
+    void waitUntilHeld() {
+        std::unique_lock lock(mutex);
+        ASSERT_TRUE(changed.wait_for(lock, std::chrono::seconds(10), [this] { return held; }));
+    }
+
+    void release() {
+        std::lock_guard lock(mutex);
+        released = true;
+        changed.notify_all();
+    }
+
+    httplib::Server server;
+    int port = 0;
+    std::thread thread;
+    std::mutex mutex;
+    std::condition_variable changed;
+    bool held = false;
+    bool released = false;
+    HttpClient client;
+};
+
+TEST_F(HttpClientTest, SendsHeadersAndReadsBodyStatusAndHeaders) {
+    HttpRequest request;
+    request.url = url("/hello");
+    request.headers = {{"X-Token", "abc"}};
+    const auto response = client.send(request);
+    EXPECT_EQ(response.status, 200);
+    EXPECT_EQ(response.body, "hello there");
+    EXPECT_EQ(response.header("x-echo"), "abc");
+    EXPECT_FALSE(response.header("X-Absent"));
+}
+
+TEST_F(HttpClientTest, PostsABodyAndFollowsRedirects) {
+    HttpRequest post;
+    post.method = "POST";
+    post.url = url("/echo");
+    post.headers = {{"Content-Type", "application/json"}};
+    post.body = R"({"a":1})";
+    const auto echoed = client.send(post);
+    EXPECT_EQ(echoed.body, post.body);
+    EXPECT_EQ(echoed.header("Content-Type"), "application/json");
+
+    const auto moved = client.send({"GET", url("/moved"), {}, {}});
+    EXPECT_EQ(moved.status, 200);
+    EXPECT_EQ(moved.body, "hello there");
+}
+
+TEST_F(HttpClientTest, ErrorStatusesAreResponses) {
+    const auto response = client.send({"GET", url("/missing"), {}, {}});
+    EXPECT_EQ(response.status, 404);
+    EXPECT_EQ(response.body, "no such thing");
+}
+
+TEST_F(HttpClientTest, SlowServerTimesOut) {
+    HttpRequest request{"GET", url("/held"), {}, {}, std::chrono::milliseconds(300)};
+    try {
+        client.send(request);
+        FAIL() << "expected a time-out";
+    } catch (const HttpError& error) {
+        EXPECT_EQ(error.kind(), HttpError::Kind::timedOut);
+    }
+}
+
+TEST_F(HttpClientTest, StopTokenCancelsARunningRequest) {
+    std::stop_source stop;
+    std::jthread canceller([&] {
+        waitUntilHeld();
+        stop.request_stop();
+    });
+    EXPECT_THROW(client.send({"GET", url("/held"), {}, {}}, stop.get_token()), CancellationError);
+}
+
+TEST_F(HttpClientTest, ClosedPortIsCannotConnect) {
+    // A port that is bound but not listening refuses connections.
+    const int socket = ::socket(AF_INET, SOCK_STREAM, 0);
+    sockaddr_in address{};
+    address.sin_family = AF_INET;
+    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+    ASSERT_EQ(::bind(socket, reinterpret_cast<sockaddr*>(&address), sizeof address), 0);
+    socklen_t length = sizeof address;
+    ::getsockname(socket, reinterpret_cast<sockaddr*>(&address), &length);
+    const int closedPort = ntohs(address.sin_port);
+    struct CloseSocket {
+        int fd;
+        ~CloseSocket() { ::close(fd); }
+    } closeSocket{socket};
+    try {
+        client.send({"GET", "http://127.0.0.1:" + std::to_string(closedPort) + "/", {}, {}});
+        FAIL() << "expected a refused connection";
+    } catch (const HttpError& error) {
+        EXPECT_EQ(error.kind(), HttpError::Kind::cannotConnect);
+    }
+}
+
+TEST_F(HttpClientTest, DownloadsReportProgressWithTheTotalOnlyWhenKnown) {
+    const auto folder = std::filesystem::temp_directory_path();
+    for (const auto& [path, size, totalKnown] :
+         {std::tuple{"/sized", 300000, true}, std::tuple{"/chunked", 200000, false}}) {
+        const auto file = folder / ("lumivesper-download-test" + std::to_string(port));
+        std::int64_t lastReceived = 0;
+        bool sawTotal = false;
+        const auto response = client.download(
+            {"GET", url(path), {}, {}}, file,
+            [&](std::int64_t received, std::optional<std::int64_t> total) {
+                EXPECT_GE(received, lastReceived);
+                lastReceived = received;
+                sawTotal = sawTotal || total.has_value();
+                if (total) {
+                    EXPECT_EQ(*total, size);
+                }
+            });
+        EXPECT_EQ(response.status, 200);
+        EXPECT_TRUE(response.body.empty());
+        EXPECT_EQ(std::filesystem::file_size(file), static_cast<std::uintmax_t>(size)) << path;
+        EXPECT_EQ(lastReceived, size);
+        EXPECT_EQ(sawTotal, totalKnown) << path;
+        std::filesystem::remove(file);
+    }
+}
+
+} // namespace
+} // namespace lumivesper::platform
