@@ -18,6 +18,26 @@ struct PreparedFrames {
     std::function<void()> cleanup; // may be empty
 };
 
+class TweenGenerator;
+
+// The blend factor of a tween between two key frames: the fraction of the sun's climb from the
+// previous key's altitude to the next one's, clamped to 0...1; 0.5 when an altitude is missing or
+// the two keys' altitudes are equal.
+double tweenBlendFactor(const document::WallpaperImage& tween,
+                        const document::WallpaperImage& previous,
+                        const document::WallpaperImage& next);
+
+// The tween stage of the optimized path: each tween is blended anew from the nearest key frames
+// before and after it in `allImages` (wrapping around the ends), taken from `keyFrames`, into the
+// configuration's folder. Results are in the order of `tweens`; progress runs from 98% to 100% of
+// `total`.
+std::vector<HeicFrameSource>
+regenerateTweens(const std::vector<document::WallpaperImage>& tweens,
+                 const std::vector<document::WallpaperImage>& allImages,
+                 const HeicPreprocessSession& keyFrames, const TweenGenerator& tweenGenerator,
+                 const HeicPreprocessConfig& config, int total, const ProgressCallback& progress,
+                 std::stop_token stop);
+
 // Turns the images of a document into one dynamic-wallpaper HEIC file. Holds no state: make one
 // per export and call generate() on a worker thread; it blocks until the file is complete.
 // Failures are HeicGeneratorError (or the preprocessor's, upscaler's and tween generator's own

@@ -1,0 +1,52 @@
+#pragma once
+
+#include "export/heic_frame.h"
+#include "export/upscale/upscale_plan.h"
+
+#include <chrono>
+#include <memory>
+#include <optional>
+#include <string>
+#include <string_view>
+
+namespace lumivesper::upscale {
+class ImageUpscalingTool;
+}
+
+namespace lumivesper::exporting {
+
+// The canvas an export is brought to; stored by its raw value, the case name.
+enum class HeicCanvasPreset { matchSource, apple8k, apple6k, custom };
+
+std::string_view rawValue(HeicCanvasPreset preset);
+std::optional<HeicCanvasPreset> heicCanvasPresetFromRawValue(std::string_view raw);
+std::string_view label(HeicCanvasPreset preset);
+
+// What the export sheet edits.
+struct HeicExportOptions {
+    bool resizeEnabled = true;
+    HeicCanvasPreset canvasPreset = HeicCanvasPreset::apple8k;
+    std::string customWidth = "7680";
+    std::string customHeight = "4320";
+    bool upscaleEnabled = true;
+    upscale::HeicUpscaleStrategy upscaleStrategy = upscale::HeicUpscaleStrategy::auto_;
+    bool enableDither = false;
+    bool keepPreprocessedFrames = false;
+
+    // Both custom texts, trimmed, parsed whole as positive finite numbers; else none.
+    std::optional<FrameSize> customSize() const;
+    // The canvas: none when resizing is off, for "match source", or for an invalid custom size.
+    std::optional<FrameSize> targetSize() const;
+    // "Enter a valid custom canvas size." while a custom canvas is chosen and invalid.
+    std::optional<std::string> validationError() const;
+};
+
+// The preprocessing an export needs, or none when it needs none (also when upscaling was wanted
+// but no upscaler could be had and nothing else is on). Kept frames go to a new folder named by
+// local time under the data folder; others to a fresh temporary folder.
+std::optional<HeicPreprocessConfig>
+makePreprocessConfig(const HeicExportOptions& options,
+                     std::shared_ptr<upscale::ImageUpscalingTool> upscaler,
+                     std::chrono::system_clock::time_point now = std::chrono::system_clock::now());
+
+} // namespace lumivesper::exporting

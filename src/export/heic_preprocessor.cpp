@@ -1,0 +1,144 @@
+#include "export/heic_preprocessor.h"
+
+#include "export/frame_resize.h"
+#include "export/heic_generator_error.h"
+#include "export/upscale/image_upscaling_tool.h"
+#include "platform/cancellation.h"
+#include "platform/image_io.h"
+#include "platform/task_group.h"
+
+#include <cstdio>
+#include <mutex>
+#include <string>
+#include <system_error>
+
+namespace lumivesper::exporting {
+
+namespace {
+
+std::string framePrefix(std::size_t position) {
+    char text[32];
+    std::snprintf(text, sizeof text, "frame_%04zu", position + 1);
+    return text;
+}
+
+void removeQuietly(const std::filesystem::path& path) {
+    std::error_code ignored;
+    std::filesystem::remove(path, ignored);
+}
+
+// Shared by the frames in flight: the count of finished frames, and one lock for every report so
+// that the callback never runs twice at once.
+class ProgressState {
+public:
+    ProgressState(const ProgressCallback& progress, int total)
+        : progress_(progress), total_(total) {}
+
+    void passStarted(std::size_t position, int pass, int passes) {
+        std::lock_guard lock(mutex_);
+        if (progress_)
+            progress_(finished_, total_,
+                      "Upscaling frame " + std::to_string(position + 1) + "/" +
+                          std::to_string(total_) + " (pass " + std::to_string(pass) + "/" +
+                          std::to_string(passes) + ")");
+    }
+
+    void frameFinished() {
+        std::lock_guard lock(mutex_);
+        ++finished_;
+        if (progress_)
+            progress_(finished_, total_,
+                      "Preprocessed frame " + std::to_string(finished_) + "/" +
+                          std::to_string(total_));
+    }
+
+private:
+    std::mutex mutex_;
+    const ProgressCallback& progress_;
+    int total_;
+    int finished_ = 0;
+};
+
+HeicFrameSource preprocessFrame(const HeicPreprocessConfig& config,
+                                const document::WallpaperImage& image, std::size_t position,
+                                ProgressState& progress, std::stop_token stop) {
+    if (!image.sourcePath)
+        throw HeicGeneratorError::invalidConfiguration("Missing source path for image");
+    const auto& folder = config.outputDirectory;
+    const std::string prefix = framePrefix(position);
+    const auto normalized = folder / (prefix + "_norm.png");
+    const auto output = folder / (prefix + ".png");
+
+    // One pixel format and colour space for every frame, whatever the source was.
+    FrameSize tracked;
+    {
+        platform::PixelImage pixels;
+        try {
+            pixels = platform::loadImage(*image.sourcePath);
+        } catch (const platform::ImageIoError&) {
+            throw HeicGeneratorError::imageLoadFailed(image.sourcePath->string());
+        }
+        tracked = {double(pixels.width), double(pixels.height)};
+        try {
+            platform::writePng(pixels, normalized);
+        } catch (const platform::ImageIoError&) {
+            throw HeicGeneratorError::fileWriteFailed();
+        }
+    }
+    platform::throwIfCancelled(stop);
+
+    upscale::UpscalePlan plan;
+    if (config.upscaler && config.upscaleStrategy != upscale::HeicUpscaleStrategy::off) {
+        std::optional<upscale::PlanSize> target;
+        if (config.targetSize)
+            target = upscale::PlanSize{config.targetSize->width, config.targetSize->height};
+        plan = upscale::makePlan(target, config.upscaleStrategy,
+                                 config.upscaler->supportedScaleFactors(),
+                                 upscale::PlanSize{tracked.width, tracked.height});
+    }
+
+    auto current = normalized;
+    const int passes = static_cast<int>(plan.steps.size());
+    for (int pass = 1; pass <= passes; ++pass) {
+        progress.passStarted(position, pass, passes);
+        const auto next = folder / (prefix + "_up" + std::to_string(pass) + ".png");
+        const int scale = plan.steps[pass - 1].scale;
+        config.upscaler->upscale(current, next, scale, stop);
+        tracked = {tracked.width * scale, tracked.height * scale};
+        if (current != normalized)
+            removeQuietly(current);
+        current = next;
+    }
+
+    const FrameSize target = config.targetSize.value_or(tracked);
+    resizeFrame(current, output, target, config.enableDither);
+    if (current != output)
+        removeQuietly(current);
+    if (normalized != output)
+        removeQuietly(normalized);
+    return HeicFrameSource{image, output, target};
+}
+
+} // namespace
+
+HeicPreprocessSession
+HeicPreprocessor::preprocess(const std::vector<document::WallpaperImage>& images,
+                             const ProgressCallback& progress, std::stop_token stop) const {
+    if (!config_.wantsPreprocessing())
+        throw HeicGeneratorError::invalidConfiguration(
+            "Preprocess requested without any enabled stages.");
+    std::filesystem::create_directories(config_.outputDirectory);
+
+    std::vector<HeicFrameSource> frames(images.size());
+    ProgressState state(progress, static_cast<int>(images.size()));
+    platform::forEachBounded(images.size(), maxConcurrentPreprocess, stop,
+                             [&](std::size_t position, std::stop_token itemStop) {
+                                 frames[position] = preprocessFrame(config_, images[position],
+                                                                    position, state, itemStop);
+                                 state.frameFinished();
+                             });
+    return HeicPreprocessSession{std::move(frames), config_.outputDirectory,
+                                 config_.keepPreprocessedFrames};
+}
+
+} // namespace lumivesper::exporting
