@@ -1,10 +1,14 @@
 #pragma once
 
+#include <arpa/inet.h>
 #include <chrono>
 #include <httplib.h>
+#include <netinet/in.h>
 #include <stdexcept>
 #include <string>
+#include <sys/socket.h>
 #include <thread>
+#include <unistd.h>
 
 namespace lumivesper::tools::testing {
 
@@ -45,12 +49,19 @@ private:
     std::thread thread_;
 };
 
-// A port on 127.0.0.1 where nothing listens: bound once to learn a free number, then closed.
+// A port on 127.0.0.1 where nothing listens: bound once to learn a free number, then closed
+// without ever listening, so a connection there is refused.
 inline int closedLoopbackPort() {
-    httplib::Server probe;
-    const int port = probe.bind_to_any_port("127.0.0.1");
-    probe.stop();
-    return port;
+    const int socket = ::socket(AF_INET, SOCK_STREAM, 0);
+    sockaddr_in address{};
+    address.sin_family = AF_INET;
+    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+    socklen_t length = sizeof address;
+    if (socket < 0 || ::bind(socket, reinterpret_cast<sockaddr*>(&address), length) != 0 ||
+        ::getsockname(socket, reinterpret_cast<sockaddr*>(&address), &length) != 0)
+        throw std::runtime_error("cannot find a free loopback port");
+    ::close(socket);
+    return ntohs(address.sin_port);
 }
 
 } // namespace lumivesper::tools::testing
