@@ -1,25 +1,28 @@
 #include "export/upscale/onnx_net_pool.h"
 
 #include "export/upscale/upscale_error.h"
+#include "platform/cancellation.h"
 
 #include <algorithm>
 #include <cmath>
 #include <fstream>
-#include <iterator>
-#include <optional>
 #include <opencv2/core/ocl.hpp>
+#include <optional>
 
 namespace lumivesper::upscale {
 
 namespace {
 
 std::vector<char> readModelBytes(const std::filesystem::path& path) {
-    std::ifstream file(path, std::ios::binary);
-    if (!file)
+    std::error_code error;
+    if (!std::filesystem::is_regular_file(path, error))
         throw UpscaleError::modelLoadFailed();
-    std::vector<char> bytes((std::istreambuf_iterator<char>(file)),
-                            std::istreambuf_iterator<char>());
-    if (file.bad() || bytes.empty())
+    const auto size = std::filesystem::file_size(path, error);
+    if (error || size == 0)
+        throw UpscaleError::modelLoadFailed();
+    std::vector<char> bytes(size);
+    std::ifstream file(path, std::ios::binary);
+    if (!file.read(bytes.data(), static_cast<std::streamsize>(bytes.size())))
         throw UpscaleError::modelLoadFailed();
     return bytes;
 }
@@ -69,9 +72,10 @@ std::unique_ptr<cv::dnn::Net> OnnxNetPool::makeNet() const {
     }
 }
 
-OnnxNetPool::Lease OnnxNetPool::acquire() {
+OnnxNetPool::Lease OnnxNetPool::acquire(std::stop_token stop) {
     std::unique_lock lock(mutex_);
-    returned_.wait(lock, [&] { return !idle_.empty() || made_ < maxNets_; });
+    if (!returned_.wait(lock, stop, [&] { return !idle_.empty() || made_ < maxNets_; }))
+        throw platform::CancellationError();
     if (!idle_.empty()) {
         auto net = std::move(idle_.back());
         idle_.pop_back();

@@ -9,6 +9,7 @@
 #include <memory>
 #include <mutex>
 #include <opencv2/dnn.hpp>
+#include <stop_token>
 #include <string>
 #include <vector>
 
@@ -16,7 +17,8 @@ namespace lumivesper::upscale {
 
 // Networks for the tile model, lent to one caller at a time: a cv::dnn::Net must not run two
 // forward passes at once. Up to `maxNets` are made on demand from the model bytes read at
-// construction; a caller beyond that waits for one to come back.
+// construction; a caller beyond that waits for one to come back. Each network keeps its own
+// activation buffers, which for a real 4x model at 512 tiles run to gigabytes.
 class OnnxNetPool {
 public:
     // Throws UpscaleError::modelLoadFailed when the file cannot be read or parsed.
@@ -37,7 +39,8 @@ public:
         std::unique_ptr<cv::dnn::Net> net_;
     };
 
-    Lease acquire();
+    // Waits for a free network; throws platform::CancellationError if `stop` fires meanwhile.
+    Lease acquire(std::stop_token stop = {});
 
     bool usesGpu() const { return useGpu_; }
     // The OpenCL device's name, or "CPU".
@@ -54,7 +57,7 @@ private:
     std::size_t maxNets_;
 
     std::mutex mutex_;
-    std::condition_variable returned_;
+    std::condition_variable_any returned_;
     std::vector<std::unique_ptr<cv::dnn::Net>> idle_;
     std::size_t made_ = 0;
 };

@@ -75,19 +75,19 @@ bool OnnxUpscaleTool::usesGpu() const {
 }
 
 platform::PixelImage OnnxUpscaleTool::upscaleTile(const platform::PixelImage& tile) const {
-    cv::Mat output;
-    {
-        OnnxNetPool::Lease lease = networks_->acquire();
-        lease.net().setInput(tileToBlob(tile));
-        output = lease.net().forward();
-    }
-    return blobToTile(output, tile.width * scaleFactor);
+    OnnxNetPool::Lease lease = networks_->acquire();
+    lease.net().setInput(tileToBlob(tile));
+    // The output lives in the network's buffers: read it before the next caller runs.
+    return blobToTile(lease.net().forward(), tile.width * scaleFactor);
 }
 
 platform::PixelImage OnnxUpscaleTool::upscaleImage(const platform::PixelImage& image,
                                                    std::stop_token stop) const {
-    // One network serves all tiles of an image, which run in sequence anyway.
-    OnnxNetPool::Lease lease = networks_->acquire();
+    if (image.width < tileSize || image.height < tileSize)
+        throw UpscaleError::invalidInputSize();
+    // One network serves all tiles of an image, which run in sequence anyway. Holding it for the
+    // whole image lets frames finish one after another, and a waiting frame allocates nothing.
+    OnnxNetPool::Lease lease = networks_->acquire(stop);
     const TileRunner runTile = [&](const platform::PixelImage& tile) {
         lease.net().setInput(tileToBlob(tile));
         return blobToTile(lease.net().forward(), tileSize * scaleFactor);
