@@ -5,6 +5,7 @@
 #include <filesystem>
 #include <functional>
 #include <optional>
+#include <ostream>
 #include <string>
 #include <utility>
 #include <vector>
@@ -93,6 +94,32 @@ public:
                      }
                  });
     }
+};
+
+// Dialogs for a front end without windows (the command line): an alert is written as text and
+// answered with its default button, panels are cancelled, and delayed work runs at once.
+class TextDialogs final : public Dialogs {
+public:
+    // `out` must outlive the dialogs.
+    explicit TextDialogs(std::ostream& out) : out_(out) {}
+
+    std::size_t runAlert(const Alert& alert) override {
+        out_ << (alert.style == AlertStyle::critical ? "Error: " : "Warning: ") << alert.message;
+        if (!alert.informativeText.empty())
+            out_ << "\n" << alert.informativeText;
+        out_ << "\n";
+        return 0;
+    }
+    std::vector<std::filesystem::path> runOpenPanel(const OpenPanelSettings&) override {
+        return {};
+    }
+    std::optional<std::filesystem::path> runSavePanel(const SavePanelSettings&) override {
+        return std::nullopt;
+    }
+    void runLater(std::chrono::milliseconds, std::function<void()> work) override { work(); }
+
+private:
+    std::ostream& out_;
 };
 
 } // namespace lumivesper::platform

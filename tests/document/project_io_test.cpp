@@ -401,3 +401,33 @@ TEST_F(ProjectIOTest, CancelledPanelsCallOnlyTheCancelHandler) {
 
 } // namespace
 } // namespace lumivesper::document
+
+namespace lumivesper::document {
+namespace {
+
+TEST(TextDialogsTest, AlertsBecomeTextForTheCommandLine) {
+    testing::TemporaryFolder folder;
+    const fs::path url = folder.path() / "Text.lvesper";
+    writeText(url / "project.json",
+              json{{"version", "1.0"},
+                   {"mode", "appearance"},
+                   {"images", json::array({json{{"id", platform::Uuid::generate().toString()},
+                                                {"fileName", "night.png"},
+                                                {"isLight", false},
+                                                {"isTween", false}}})}}
+                  .dump());
+    std::ostringstream out;
+    platform::TextDialogs dialogs(out);
+    AppState state;
+
+    ProjectIO(dialogs).load(url, state);
+    ProjectIO(dialogs).load(folder.path() / "Absent.lvesper", state);
+
+    EXPECT_EQ(state.mode(), WallpaperMode::appearance);
+    EXPECT_EQ(out.str().substr(0, out.str().find("Error: ")),
+              "Warning: Missing Images\nThe following images could not be found:\n\nnight.png\n");
+    EXPECT_NE(out.str().find("Error: Load Failed\nCould not load project: "), std::string::npos);
+}
+
+} // namespace
+} // namespace lumivesper::document
