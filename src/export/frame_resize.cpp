@@ -48,8 +48,9 @@ void dither(platform::PixelImage& image, std::uint64_t seed) {
         const double outAlpha = amount * noise[3] + alpha * keep;
         for (int c = 0; c < 3; ++c) {
             // Work premultiplied, then store straight again.
+            // The noise field counts as premultiplied already, like a random generator's output.
             const double premultiplied =
-                amount * noise[c] * noise[3] + (image.rgba[i + c] / 255.0) * alpha * keep;
+                amount * noise[c] + (image.rgba[i + c] / 255.0) * alpha * keep;
             const double straight = outAlpha > 0 ? premultiplied / outAlpha : 0.0;
             image.rgba[i + c] =
                 static_cast<std::uint8_t>(std::clamp(std::lround(straight * 255.0), 0L, 255L));
