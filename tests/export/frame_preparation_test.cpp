@@ -1,0 +1,262 @@
+#include "../support/temporary_folder.h"
+#include "export/export_options.h"
+#include "export/heic_generator.h"
+#include "export/heic_generator_error.h"
+#include "fake_upscaler.h"
+#include "platform/image_io.h"
+
+#include <cstdlib>
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <regex>
+
+namespace lumivesper::exporting {
+namespace {
+
+using document::WallpaperImage;
+using ::testing::Contains;
+using ::testing::HasSubstr;
+
+WallpaperImage withAltitude(std::optional<double> altitude) {
+    WallpaperImage image;
+    image.altitude = altitude;
+    return image;
+}
+
+TEST(TweenBlendFactorTest, FollowsTheSunsClimbBetweenTheKeyFrames) {
+    struct Case {
+        std::optional<double> previous, tween, next;
+        double expected;
+    };
+    const Case cases[] = {
+        {0, 15, 30, 0.5},           // halfway up
+        {0, 6, 30, 0.2},            // a fraction of the climb, not of the run
+        {20, 5, 20, 0.5},           // equal keys
+        {std::nullopt, 5, 20, 0.5}, // no altitude on a key
+        {0, std::nullopt, 20, 0.5}, // none on the tween
+        {0, 50, 30, 1.0},           // above both, rising
+        {0, -10, 30, 0.0},          // below both, rising
+        {40, 50, 10, 0.0},          // above both, falling
+        {40, 0, 10, 1.0},           // below both, falling
+    };
+    for (const auto& c : cases)
+        EXPECT_DOUBLE_EQ(
+            tweenBlendFactor(withAltitude(c.tween), withAltitude(c.previous), withAltitude(c.next)),
+            c.expected);
+}
+
+class FramePreparationTest : public ::testing::Test {
+protected:
+    WallpaperImage grey(const std::string& name, std::uint8_t value, std::optional<double> altitude,
+                        bool isTween = false) {
+        platform::PixelImage pixels(6, 4);
+        for (std::size_t i = 0; i < pixels.rgba.size(); ++i)
+            pixels.rgba[i] = i % 4 == 3 ? 255 : value;
+        const auto path = folder.path() / name;
+        platform::writePng(pixels, path);
+        WallpaperImage image;
+        image.fileName = name;
+        image.sourcePath = path;
+        image.altitude = altitude;
+        image.azimuth = 100;
+        image.isTween = isTween;
+        return image;
+    }
+
+    HeicPreprocessConfig upscaling(bool keep) {
+        HeicPreprocessConfig config;
+        config.upscaler = upscaler;
+        config.upscaleStrategy = upscale::HeicUpscaleStrategy::scale2;
+        config.outputDirectory = folder.path() / "work";
+        config.keepPreprocessedFrames = keep;
+        return config;
+    }
+
+    PreparedFrames prepare(const std::vector<WallpaperImage>& images,
+                           const HeicPreprocessConfig& config, int total) {
+        return HeicGenerator().prepareFrames(
+            images, config, total,
+            [this](int current, int steps, const std::string& message) {
+                std::lock_guard lock(mutex);
+                reports.push_back({current, steps, message});
+            },
+            {});
+    }
+
+    struct Report {
+        int current;
+        int total;
+        std::string message;
+    };
+
+    lumivesper::testing::TemporaryFolder folder;
+    std::shared_ptr<testing::FakeUpscaler> upscaler =
+        std::make_shared<testing::FakeUpscaler>(std::set<int>{2});
+    std::mutex mutex;
+    std::vector<Report> reports;
+};
+
+TEST_F(FramePreparationTest, OptimizedPathBlendsTweensFromUpscaledKeysWithWrapAround) {
+    // The stored tween files are deliberately wrong (value 7): they must not be used.
+    const std::vector<WallpaperImage> images = {
+        grey("t0.png", 7, 5, true),  // before the first key: previous wraps to the last key
+        grey("a.png", 0, 0),         // key, black
+        grey("t1.png", 7, 15, true), // halfway between a and b
+        grey("b.png", 200, 30),      // key
+        grey("t2.png", 7, 10, true), // after the last key: next wraps to the first
+    };
+    const auto prepared = prepare(images, upscaling(true), 10);
+    ASSERT_EQ(prepared.frames.size(), 5u);
+    for (std::size_t n = 0; n < images.size(); ++n) {
+        EXPECT_EQ(prepared.frames[n].image.id, images[n].id) << n;
+        EXPECT_EQ(platform::readImageSize(prepared.frames[n].url), (platform::ImageSize{12, 8}));
+    }
+    EXPECT_EQ(upscaler->upscales, 2); // key frames only
+    // t0: from b (30) to a (0) at altitude 5: t = 25/30. t1: 0.5. t2: from b to a at 10: 2/3.
+    EXPECT_NEAR(platform::loadImage(prepared.frames[0].url).rgba[0], 200 * (1 - 25.0 / 30), 1);
+    EXPECT_NEAR(platform::loadImage(prepared.frames[2].url).rgba[0], 100, 1);
+    EXPECT_NEAR(platform::loadImage(prepared.frames[4].url).rgba[0], 200 * (1 - 20.0 / 30), 1);
+    EXPECT_EQ(prepared.frames[2].url.filename(), "tween_0001.png");
+    EXPECT_EQ(prepared.frames[2].image.altitude, 15);
+
+    ASSERT_FALSE(reports.empty());
+    EXPECT_EQ(reports.front().message, "Upscaling 2 key frames...");
+    EXPECT_EQ(reports.front().current, 0);
+    EXPECT_EQ(reports.back().message, "Regenerating tweens (3/3)...");
+    EXPECT_EQ(reports.back().current, 10);
+    for (const auto& report : reports) {
+        EXPECT_EQ(report.total, 10);
+        if (report.message.starts_with("Preprocessed frame")) {
+            EXPECT_LE(report.current, 9); // the key frames fill 98% at most
+        }
+    }
+    EXPECT_FALSE(prepared.cleanup); // kept frames have nothing to clean
+}
+
+TEST_F(FramePreparationTest, OnlyTweensCannotBeUpscaled) {
+    try {
+        prepare({grey("t.png", 1, 5, true), grey("u.png", 1, 6, true)}, upscaling(false), 4);
+        FAIL();
+    } catch (const HeicGeneratorError& error) {
+        EXPECT_EQ(error.description(), "Invalid configuration: No key frames found (only tweens)");
+    }
+}
+
+TEST_F(FramePreparationTest, TweensWithoutAnUpscalerTakeTheStandardPathWithTheirStoredFiles) {
+    HeicPreprocessConfig config;
+    config.targetSize = FrameSize{12, 8};
+    config.outputDirectory = folder.path() / "work";
+    const auto prepared = prepare(
+        {grey("a.png", 0, 0), grey("t.png", 7, 15, true), grey("b.png", 200, 30)}, config, 6);
+    ASSERT_EQ(prepared.frames.size(), 3u);
+    EXPECT_EQ(platform::loadImage(prepared.frames[1].url).rgba[0], 7);
+    EXPECT_EQ(reports.back().message, "Preprocessed frame 3/3");
+    EXPECT_EQ(reports.back().total, 6);
+    ASSERT_TRUE(prepared.cleanup);
+    prepared.cleanup();
+    EXPECT_FALSE(std::filesystem::exists(config.outputDirectory));
+}
+
+TEST_F(FramePreparationTest, GenerateRemovesTheTemporaryFramesOnSuccessAndOnFailure) {
+    const auto config = upscaling(false);
+    const std::vector<WallpaperImage> images = {grey("a.png", 0, 0), grey("t.png", 7, 15, true),
+                                                grey("b.png", 200, 30)};
+    HeicGenerator().generate(images, folder.path() / "out.heic", document::WallpaperMode::time,
+                             config, nullptr);
+    EXPECT_FALSE(std::filesystem::exists(config.outputDirectory));
+    EXPECT_TRUE(std::filesystem::exists(folder.path() / "out.heic"));
+
+    // The encoder fails (no output folder) after preparation: the frames go all the same.
+    EXPECT_THROW(HeicGenerator().generate(images, folder.path() / "none" / "out.heic",
+                                          document::WallpaperMode::time, config, nullptr),
+                 HeicGeneratorError);
+    EXPECT_FALSE(std::filesystem::exists(config.outputDirectory));
+}
+
+class ExportOptionsTest : public ::testing::Test {
+protected:
+    void SetUp() override {
+        const char* previous = std::getenv("XDG_DATA_HOME");
+        savedDataHome = previous ? std::optional<std::string>(previous) : std::nullopt;
+        ::setenv("XDG_DATA_HOME", folder.path().c_str(), 1);
+    }
+    void TearDown() override {
+        if (savedDataHome)
+            ::setenv("XDG_DATA_HOME", savedDataHome->c_str(), 1);
+        else
+            ::unsetenv("XDG_DATA_HOME");
+    }
+
+    static std::shared_ptr<upscale::ImageUpscalingTool> upscaler() {
+        return std::make_shared<testing::FakeUpscaler>(std::set<int>{4});
+    }
+
+    lumivesper::testing::TemporaryFolder folder;
+    std::optional<std::string> savedDataHome;
+};
+
+TEST_F(ExportOptionsTest, CanvasPresetsAndCustomSizes) {
+    HeicExportOptions options;
+    EXPECT_EQ(options.targetSize(), (FrameSize{7680, 4320}));
+    options.canvasPreset = HeicCanvasPreset::apple6k;
+    EXPECT_EQ(options.targetSize(), (FrameSize{6016, 3384}));
+    options.canvasPreset = HeicCanvasPreset::matchSource;
+    EXPECT_EQ(options.targetSize(), std::nullopt);
+
+    options.canvasPreset = HeicCanvasPreset::custom;
+    const std::pair<std::string, bool> widths[] = {
+        {"100 ", true}, {" 3840\n", true}, {"12.5", true},  {"abc", false}, {"0", false},
+        {"-5", false},  {"", false},       {"10px", false}, {"inf", false}};
+    for (const auto& [width, valid] : widths) {
+        options.customWidth = width;
+        EXPECT_EQ(options.targetSize().has_value(), valid) << "'" << width << "'";
+        EXPECT_EQ(options.validationError(),
+                  valid ? std::nullopt
+                        : std::optional<std::string>("Enter a valid custom canvas size."))
+            << "'" << width << "'";
+    }
+    options.resizeEnabled = false;
+    EXPECT_EQ(options.targetSize(), std::nullopt);
+    EXPECT_EQ(options.validationError(), std::nullopt);
+}
+
+TEST_F(ExportOptionsTest, NoConfigurationWhenNothingWouldChangeTheFrames) {
+    HeicExportOptions options;
+    options.resizeEnabled = false;
+    options.upscaleEnabled = false;
+    options.keepPreprocessedFrames = true;
+    EXPECT_FALSE(makePreprocessConfig(options, upscaler()));
+    options.upscaleEnabled = true; // wanted, but no upscaler could be made
+    EXPECT_FALSE(makePreprocessConfig(options, nullptr));
+}
+
+TEST_F(ExportOptionsTest, UpscalingOffDropsTheToolAndTheStrategy) {
+    HeicExportOptions options;
+    options.upscaleEnabled = false;
+    const auto config = makePreprocessConfig(options, upscaler());
+    ASSERT_TRUE(config);
+    EXPECT_EQ(config->upscaler, nullptr);
+    EXPECT_EQ(config->upscaleStrategy, upscale::HeicUpscaleStrategy::off);
+    EXPECT_EQ(config->targetSize, (FrameSize{7680, 4320}));
+}
+
+TEST_F(ExportOptionsTest, FramesGoToATemporaryFolderOrAKeptTimeStampedOne) {
+    HeicExportOptions options;
+    const auto temporary = makePreprocessConfig(options, upscaler());
+    ASSERT_TRUE(temporary);
+    EXPECT_EQ(temporary->outputDirectory.parent_path(), std::filesystem::temp_directory_path());
+    EXPECT_TRUE(std::regex_match(temporary->outputDirectory.filename().string(),
+                                 std::regex("LumivesperAIPreprocess-[0-9A-F-]{36}")));
+
+    options.keepPreprocessedFrames = true;
+    const auto kept = makePreprocessConfig(options, upscaler());
+    ASSERT_TRUE(kept);
+    EXPECT_TRUE(kept->keepPreprocessedFrames);
+    EXPECT_EQ(kept->outputDirectory.parent_path(),
+              folder.path() / "Lumivesper AI" / "Preprocessed");
+    EXPECT_TRUE(
+        std::regex_match(kept->outputDirectory.filename().string(), std::regex("\\d{8}-\\d{6}")));
+}
+
+} // namespace
+} // namespace lumivesper::exporting
