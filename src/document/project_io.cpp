@@ -194,10 +194,11 @@ void ProjectIO::save(const fs::path& url, AppState& appState) {
                          makeProject(appState.mode(), appState.images(), appState.lastMagicPrompt(),
                                      appState.lastMagicSize(), appState.lastMagicTweenCount(),
                                      appState.lastMagicStartingImageFileName()));
-    } catch (const ProjectPackageError& error) {
+    } catch (const std::exception& error) {
+        // Our own errors, and the encoder's for names that are not UTF-8.
         platform::consoleLine(std::string("Failed to save project: ") + error.what());
         dialogs_.runAlert({"Save Failed",
-                           "Could not save project: " + error.description(),
+                           std::string("Could not save project: ") + error.what(),
                            platform::AlertStyle::critical,
                            {}});
         return;
@@ -210,10 +211,11 @@ void ProjectIO::load(const fs::path& url, AppState& appState) {
     LoadedPackage package;
     try {
         package = readPackage(url);
-    } catch (const ProjectPackageError& error) {
+    } catch (const std::exception& error) {
+        // Our own errors, and the encoder's for names that are not UTF-8.
         platform::consoleLine(std::string("Failed to load project: ") + error.what());
         dialogs_.runAlert({"Load Failed",
-                           "Could not load project: " + error.description(),
+                           std::string("Could not load project: ") + error.what(),
                            platform::AlertStyle::critical,
                            {}});
         return;

@@ -92,13 +92,14 @@ bool setAside(const fs::path& file, const std::string& reason) {
     std::error_code error;
     fs::copy_file(file, copy, fs::copy_options::overwrite_existing, error);
     if (error) {
-        platform::consoleLine("Warning: settings file " + file.string() + " is unreadable (" +
-                              reason + ") and could not be copied aside: " + error.message() +
+        platform::consoleLine("⚠️ Warning: settings file " + file.string() +
+                              " is unreadable (" + reason +
+                              ") and could not be copied aside: " + error.message() +
                               "; starting with empty settings that will not be saved");
         return false;
     }
-    platform::consoleLine("Warning: settings file " + file.string() + " is unreadable (" + reason +
-                          "); kept a copy at " + copy.string() +
+    platform::consoleLine("⚠️ Warning: settings file " + file.string() + " is unreadable (" +
+                          reason + "); kept a copy at " + copy.string() +
                           " and started with empty settings");
     return true;
 }
@@ -211,18 +212,21 @@ void Defaults::writeLocked() const {
                                std::to_string(reinterpret_cast<std::uintptr_t>(this));
     {
         std::ofstream out(temporary, std::ios::binary | std::ios::trunc);
-        out << values_.dump(2) << '\n';
+        // A string that is not UTF-8 (a path from an old file system) is written with replacement
+        // characters rather than failing the whole file.
+        out << values_.dump(2, ' ', false, nlohmann::json::error_handler_t::replace) << '\n';
         out.flush();
         if (!out) {
-            platform::consoleLine("Warning: could not write settings file " + temporary.string());
+            platform::consoleLine("⚠️ Warning: could not write settings file " +
+                                  temporary.string());
             fs::remove(temporary, error);
             return;
         }
     }
     fs::rename(temporary, file_, error);
     if (error) {
-        platform::consoleLine("Warning: could not replace settings file " + file_.string() + ": " +
-                              error.message());
+        platform::consoleLine("⚠️ Warning: could not replace settings file " + file_.string() +
+                              ": " + error.message());
         fs::remove(temporary, error);
     }
 }

@@ -234,6 +234,16 @@ TEST_F(ProjectIOTest, SaveRefusesFileNamesThatLeaveThePackage) {
     EXPECT_TRUE(state.isDirty());
 }
 
+TEST_F(ProjectIOTest, NameThatIsNotUtf8FailsTheSaveInsteadOfTheProgram) {
+    WallpaperImage image = importedImage("plain.png");
+    image.fileName = "caf\xe9.png";
+    state.addImage(image);
+    io.save(package, state);
+    ASSERT_EQ(dialogs.alerts.size(), 1u);
+    EXPECT_EQ(dialogs.alerts[0].message, "Save Failed");
+    EXPECT_TRUE(state.isDirty());
+}
+
 // ---- load ----
 
 TEST_F(ProjectIOTest, MissingImagesKeepTheirPlaceAndAreListedByName) {

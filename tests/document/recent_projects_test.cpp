@@ -123,15 +123,6 @@ TEST_F(RecentProjectsTest, UndecodableListStartsEmptyAndStaysStoredUntilTheNextS
     EXPECT_EQ(storedText(*defaults, AppState::recentProjectsKey), broken);
 }
 
-TEST_F(RecentProjectsTest, ListKeepsEntriesWhosePackageIsGone) {
-    {
-        AppState state(*defaults);
-        state.addRecentProject("/nowhere/Gone.lvesper");
-    }
-    auto [state, output] = relaunch();
-    EXPECT_EQ(displayNames(*state), std::vector<std::string>{"Gone"});
-}
-
 using ClientStateTest = PersistedStateTest;
 
 TEST_F(ClientStateTest, ClientIdIsMadeOnceAndKept) {

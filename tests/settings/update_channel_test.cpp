@@ -10,21 +10,6 @@
 namespace lumivesper::settings {
 namespace {
 
-TEST(UpdateChannelTable, CasesInOrderWithTheirTexts) {
-    ASSERT_EQ(allUpdateChannels.size(), 2u);
-    EXPECT_EQ(allUpdateChannels[0], UpdateChannel::stable);
-    EXPECT_EQ(rawValue(UpdateChannel::stable), "stable");
-    EXPECT_EQ(label(UpdateChannel::stable), "Stable");
-    EXPECT_EQ(channelDescription(UpdateChannel::stable),
-              "Receive stable, production-ready updates");
-    EXPECT_EQ(feedPath(UpdateChannel::stable), "/api/updates/appcast.xml");
-    EXPECT_EQ(rawValue(UpdateChannel::beta), "beta");
-    EXPECT_EQ(label(UpdateChannel::beta), "Beta");
-    EXPECT_EQ(channelDescription(UpdateChannel::beta),
-              "Early access to new features (may be unstable)");
-    EXPECT_EQ(feedPath(UpdateChannel::beta), "/api/updates/appcast-beta.xml");
-}
-
 class ChannelTest : public ::testing::Test {
 protected:
     ChannelTest() {

@@ -212,18 +212,5 @@ TEST_F(UpdateControllerTest, ChannelChangeChecksTheNewFeedAtOnce) {
     EXPECT_NE(output.find("✅ Update found: 1.3 (130)\n"), std::string::npos);
 }
 
-TEST_F(UpdateControllerTest, NoUpdateIsLogged) {
-    feed.serve(appcastWith("120", "1.2"));
-    ::testing::internal::CaptureStdout();
-    {
-        UpdateController controller(channels, mainThread, "120");
-        auto subscription = controller.observeOutcomes(
-            [&](const UpdateCheckOutcome& outcome) { outcomes.push_back(outcome); });
-        ASSERT_TRUE(mainThread.runUntil([&] { return outcomes.size() >= 1; }));
-    }
-    EXPECT_NE(::testing::internal::GetCapturedStdout().find("ℹ️  No updates available\n"),
-              std::string::npos);
-}
-
 } // namespace
 } // namespace lumivesper::settings
