@@ -31,9 +31,9 @@ bool AppCommandCenter::canPlayTimeline() const {
 }
 
 std::size_t AppCommandCenter::keyImageCount() const {
-    return static_cast<std::size_t>(std::count_if(appState_.images().begin(),
-                                                  appState_.images().end(),
-                                                  [](const auto& image) { return !image.isTween; }));
+    return static_cast<std::size_t>(
+        std::count_if(appState_.images().begin(), appState_.images().end(),
+                      [](const auto& image) { return !image.isTween; }));
 }
 
 std::vector<ToolbarItem> AppCommandCenter::toolbarItems() const {
@@ -100,9 +100,13 @@ void AppCommandCenter::resetTo(const std::string& actionName) {
     uiState_.notifyChanged();
 }
 
-void AppCommandCenter::newProject() { resetTo("New Project"); }
+void AppCommandCenter::newProject() {
+    resetTo("New Project");
+}
 
-void AppCommandCenter::closeProject() { resetTo("Close Project"); }
+void AppCommandCenter::closeProject() {
+    resetTo("Close Project");
+}
 
 void AppCommandCenter::showOpenPanel() {
     projectIO_.showOpenPanel(uiState_.lastOpenDirectory(),
@@ -142,11 +146,10 @@ void AppCommandCenter::confirmDeleteAllTweens() {
                                      [](const auto& image) { return image.isTween; });
     if (count == 0)
         return;
-    const std::string informative = "This will delete " + std::to_string(count) +
-                                    " tween image" + (count == 1 ? "" : "s") +
-                                    ". This action can be undone.";
-    const auto answer = dialogs_.runAlert({"Delete All Tweens?", informative,
-                                           platform::AlertStyle::warning, {"Cancel", "Delete"}});
+    const std::string informative = "This will delete " + std::to_string(count) + " tween image" +
+                                    (count == 1 ? "" : "s") + ". This action can be undone.";
+    const auto answer = dialogs_.runAlert(
+        {"Delete All Tweens?", informative, platform::AlertStyle::warning, {"Cancel", "Delete"}});
     if (answer == 1)
         appState_.deleteAllTweens();
 }

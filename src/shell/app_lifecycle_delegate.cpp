@@ -17,12 +17,13 @@ void AppLifecycleDelegate::applicationDidFinishLaunching(
     const std::function<std::unique_ptr<UpdateController>(UpdaterDelegate&)>& makeUpdater) {
     platform::consoleLine("[AppLifecycle] Launch complete.");
     updater_ = makeUpdater ? makeUpdater(*this) : nullptr;
-    channelSubscription_ = channels_.observeChannelChanged([this](const settings::UpdateChannelChange&) {
-        if (!updater_)
-            return;
-        updater_->resetUpdateCycle();
-        updater_->checkForUpdatesInBackground();
-    });
+    channelSubscription_ =
+        channels_.observeChannelChanged([this](const settings::UpdateChannelChange&) {
+            if (!updater_)
+                return;
+            updater_->resetUpdateCycle();
+            updater_->checkForUpdatesInBackground();
+        });
     const bool beta = channels_.currentChannel() == settings::UpdateChannel::beta;
     platform::consoleLine(std::string("✅ Update checker initialized - update channel: ") +
                           (beta ? "beta" : "stable"));
@@ -112,6 +113,8 @@ void AppLifecycleDelegate::didFindValidUpdate(const std::string& displayVersion,
     platform::consoleLine("✅ Update found: " + displayVersion + " (" + version + ")");
 }
 
-void AppLifecycleDelegate::didNotFindUpdate() { platform::consoleLine("ℹ️  No updates available"); }
+void AppLifecycleDelegate::didNotFindUpdate() {
+    platform::consoleLine("ℹ️  No updates available");
+}
 
 } // namespace lumivesper::shell

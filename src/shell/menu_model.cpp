@@ -73,9 +73,10 @@ std::vector<Menu> buildMenus(const AppCommandCenter& center, const document::Und
                             MenuCommand::togglePlayback, KeyShortcut{"Space", false, false},
                             center.canPlayTimeline())}});
 
-    menus.push_back({MenuPlacement::application,
-                     "Lumivesper AI",
-                     {entry("Check for Updates...", MenuCommand::checkForUpdates, KeyShortcut{"U"})}});
+    menus.push_back(
+        {MenuPlacement::application,
+         "Lumivesper AI",
+         {entry("Check for Updates...", MenuCommand::checkForUpdates, KeyShortcut{"U"})}});
     return menus;
 }
 

@@ -35,9 +35,11 @@ void SaveFlowCoordinator::confirmUnsaved(const std::string& actionName,
         return;
     }
     // The action name is used as it comes: "Do you want to save before create new project?"
-    const std::size_t answer = dialogs_.runAlert(
-        {unsavedChangesMessage, "Do you want to save before " + lowercased(actionName) + "?",
-         platform::AlertStyle::warning, {"Save", "Cancel", "Don't Save"}});
+    const std::size_t answer =
+        dialogs_.runAlert({unsavedChangesMessage,
+                           "Do you want to save before " + lowercased(actionName) + "?",
+                           platform::AlertStyle::warning,
+                           {"Save", "Cancel", "Don't Save"}});
     if (answer == 2) {
         continuation();
         return;
@@ -49,15 +51,14 @@ void SaveFlowCoordinator::confirmUnsaved(const std::string& actionName,
         continuation(); // a failed save has shown its own alert; the command goes on regardless
         return;
     }
-    projectIO_.showSavePanel(
-        untitledProjectName, uiState_.lastSaveDirectory(),
-        [this, alive = lifetime_.weak(), &appState,
-         continuation = std::move(continuation)](std::filesystem::path url) {
-            if (alive.expired())
-                return;
-            saveChosen(url, appState);
-            continuation();
-        });
+    projectIO_.showSavePanel(untitledProjectName, uiState_.lastSaveDirectory(),
+                             [this, alive = lifetime_.weak(), &appState,
+                              continuation = std::move(continuation)](std::filesystem::path url) {
+                                 if (alive.expired())
+                                     return;
+                                 saveChosen(url, appState);
+                                 continuation();
+                             });
 }
 
 void SaveFlowCoordinator::handleTerminate(document::AppState& appState,
@@ -70,9 +71,10 @@ void SaveFlowCoordinator::handleTerminate(document::AppState& appState,
         quit(true);
         return;
     }
-    const std::size_t answer =
-        dialogs_.runAlert({unsavedChangesMessage, "Do you want to save before quitting?",
-                           platform::AlertStyle::warning, {"Save & Quit", "Cancel", "Don't Save"}});
+    const std::size_t answer = dialogs_.runAlert({unsavedChangesMessage,
+                                                  "Do you want to save before quitting?",
+                                                  platform::AlertStyle::warning,
+                                                  {"Save & Quit", "Cancel", "Don't Save"}});
     if (answer == 2) {
         quit(true);
         return;

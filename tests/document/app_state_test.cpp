@@ -1,8 +1,7 @@
 #include "document/app_state.h"
 
-#include <gtest/gtest.h>
-
 #include <algorithm>
+#include <gtest/gtest.h>
 #include <vector>
 
 namespace lumivesper::document {
@@ -295,7 +294,7 @@ TEST_F(AppStateTest, MoveRefusesTweensUnknownIdsAndItself) {
 // ---- Chronological order ----
 
 TEST_F(AppStateTest, TimeModeSortsByHourAndKeepsTiesInFormerOrder) {
-    auto noon = keyImage("noon", 60, 180);     // 12.083
+    auto noon = keyImage("noon", 60, 180);      // 12.083
     auto evening = keyImage("evening", 5, 270); // 17.750
     auto unplaced1 = keyImage("unplaced1", 10, std::nullopt);
     auto unplaced2 = keyImage("unplaced2", std::nullopt, std::nullopt);

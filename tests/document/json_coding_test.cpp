@@ -32,8 +32,8 @@ TEST_F(ImageCodingTest, WritesExactlyTheStoredKeysWithZerosPresentAndNoneAbsent)
     EXPECT_EQ(written.at("id"), imageId); // upper-case
     EXPECT_EQ(written.at("altitude"), 0.0);
     EXPECT_EQ(written.at("azimuth"), 0.0);
-    for (const char* absent : {"isLight", "parentId", "tweenCount", "sourcePath", "timeOfDay",
-                               "thumbnail"})
+    for (const char* absent :
+         {"isLight", "parentId", "tweenCount", "sourcePath", "timeOfDay", "thumbnail"})
         EXPECT_FALSE(written.contains(absent)) << absent;
     EXPECT_EQ(written.size(), 5u);
     EXPECT_EQ(written.dump().find("null"), std::string::npos);

@@ -58,7 +58,8 @@ TEST(InterpolationTest, AzimuthTakesTheShorterWayAndTimeRunsForward) {
     EXPECT_DOUBLE_EQ(quarter.timeOfDay, 7.5);
 
     // Missing angles count as 0; the hours come from the sun then.
-    const auto missing = interpolatedSunValues(at("a", std::nullopt, std::nullopt), at("b", 20, 40), 1, 1);
+    const auto missing =
+        interpolatedSunValues(at("a", std::nullopt, std::nullopt), at("b", 20, 40), 1, 1);
     EXPECT_DOUBLE_EQ(missing.altitude, 10);
     EXPECT_DOUBLE_EQ(missing.azimuth, 20);
 }

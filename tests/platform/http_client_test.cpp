@@ -1,17 +1,16 @@
 #include "platform/cancellation.h"
 #include "platform/http_client.h"
 
+#include <arpa/inet.h>
 #include <condition_variable>
 #include <filesystem>
 #include <fstream>
 #include <gtest/gtest.h>
 #include <httplib.h>
 #include <mutex>
-#include <thread>
-
-#include <arpa/inet.h>
 #include <netinet/in.h>
 #include <sys/socket.h>
+#include <thread>
 #include <unistd.h>
 
 namespace lumivesper::platform {
@@ -46,15 +45,15 @@ protected:
             response.set_content(std::string(300000, 'x'), "application/zip");
         });
         server.Get("/chunked", [](const httplib::Request&, httplib::Response& response) {
-            response.set_chunked_content_provider(
-                "application/zip", [](size_t offset, httplib::DataSink& sink) {
-                    if (offset >= 200000) {
-                        sink.done();
-                        return true;
-                    }
-                    const std::string chunk(50000, 'y');
-                    return sink.write(chunk.data(), chunk.size());
-                });
+            response.set_chunked_content_provider("application/zip",
+                                                  [](size_t offset, httplib::DataSink& sink) {
+                                                      if (offset >= 200000) {
+                                                          sink.done();
+                                                          return true;
+                                                      }
+                                                      const std::string chunk(50000, 'y');
+                                                      return sink.write(chunk.data(), chunk.size());
+                                                  });
         });
         port = server.bind_to_any_port("127.0.0.1");
         thread = std::thread([this] { server.listen_after_bind(); });
@@ -175,16 +174,16 @@ TEST_F(HttpClientTest, DownloadsReportProgressWithTheTotalOnlyWhenKnown) {
         const auto file = folder / ("lumivesper-download-test" + std::to_string(port));
         std::int64_t lastReceived = 0;
         bool sawTotal = false;
-        const auto response = client.download(
-            {"GET", url(path), {}, {}}, file,
-            [&](std::int64_t received, std::optional<std::int64_t> total) {
-                EXPECT_GE(received, lastReceived);
-                lastReceived = received;
-                sawTotal = sawTotal || total.has_value();
-                if (total) {
-                    EXPECT_EQ(*total, size);
-                }
-            });
+        const auto response =
+            client.download({"GET", url(path), {}, {}}, file,
+                            [&](std::int64_t received, std::optional<std::int64_t> total) {
+                                EXPECT_GE(received, lastReceived);
+                                lastReceived = received;
+                                sawTotal = sawTotal || total.has_value();
+                                if (total) {
+                                    EXPECT_EQ(*total, size);
+                                }
+                            });
         EXPECT_EQ(response.status, 200);
         EXPECT_TRUE(response.body.empty());
         EXPECT_EQ(std::filesystem::file_size(file), static_cast<std::uintmax_t>(size)) << path;

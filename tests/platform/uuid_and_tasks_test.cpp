@@ -21,9 +21,10 @@ TEST(UuidTest, FormatsUpperCaseAndParsesEitherCase) {
 }
 
 TEST(UuidTest, RejectsMalformedText) {
-    for (const char* bad : {"", "E621E1F8C36C495A93FC0C247A3E6E5F", "E621E1F8-C36C-495A-93FC-0C247A3E6E5",
-                            "E621E1F8-C36C-495A-93FC-0C247A3E6E5G", "E621E1F8-C36C-495A-93F-C0C247A3E6E5F",
-                            " E621E1F8-C36C-495A-93FC-0C247A3E6E5"})
+    for (const char* bad :
+         {"", "E621E1F8C36C495A93FC0C247A3E6E5F", "E621E1F8-C36C-495A-93FC-0C247A3E6E5",
+          "E621E1F8-C36C-495A-93FC-0C247A3E6E5G", "E621E1F8-C36C-495A-93F-C0C247A3E6E5F",
+          " E621E1F8-C36C-495A-93FC-0C247A3E6E5"})
         EXPECT_FALSE(Uuid::parse(bad)) << bad;
 }
 

@@ -90,10 +90,10 @@ struct TableSample {
 TEST(ReferenceDayTest, HoldsThePublishedSamples) {
     const auto samples = solarTimeSamples();
     ASSERT_EQ(samples.size(), 288u);
-    const TableSample expected[] = {
-        {0.0, -50.015, 357.105}, {6.0, -1.379, 88.779},   {9.0, 31.680, 121.012},
-        {12.0, 50.112, 177.157}, {15.0, 34.107, 235.746}, {18.0, 1.540, 269.028},
-        {21.0, -31.408, 301.347}};
+    const TableSample expected[] = {{0.0, -50.015, 357.105}, {6.0, -1.379, 88.779},
+                                    {9.0, 31.680, 121.012},  {12.0, 50.112, 177.157},
+                                    {15.0, 34.107, 235.746}, {18.0, 1.540, 269.028},
+                                    {21.0, -31.408, 301.347}};
     for (const auto& want : expected) {
         const auto& sample = samples[static_cast<std::size_t>(want.hour * 12)];
         EXPECT_DOUBLE_EQ(sample.hour, want.hour);
