@@ -4,6 +4,11 @@
 
 namespace lumivesper::settings {
 
+std::string UpdateChecker::buildVersion() {
+    const std::string buildNumber = LUMIVESPER_BUILD_NUMBER;
+    return buildNumber.empty() ? std::string(LUMIVESPER_VERSION) : buildNumber;
+}
+
 UpdateChecker::UpdateChecker(UpdaterDelegate& delegate, platform::MainThread& mainThread,
                              std::string currentVersion, UpdateCheckerOptions options)
     : delegate_(delegate), mainThread_(mainThread), currentVersion_(std::move(currentVersion)),

@@ -70,6 +70,8 @@ public:
     void resetUpdateCycle();
 
     const std::string& currentVersion() const { return currentVersion_; }
+    // This build's version as the feed numbers releases: the build number, else the release.
+    static std::string buildVersion();
 
     // One check, on the calling thread: the newest newer item, or none. Throws UpdateCheckError,
     // or CancellationError when `stop` is triggered.

@@ -1,9 +1,5 @@
-#include "../support/temporary_folder.h"
 #include "loopback_feed.h"
-#include "scoped_environment.h"
-#include "settings/defaults.h"
 #include "settings/update_checker.h"
-#include "settings/update_controller.h"
 
 #include <gtest/gtest.h>
 
@@ -173,43 +169,6 @@ TEST_F(UpdateCheckerTest, DestroyedCheckerReportsNothing) {
     feed.release();
     mainThread.drain();
     EXPECT_TRUE(delegate.outcomes.empty());
-}
-
-class UpdateControllerTest : public ::testing::Test {
-protected:
-    testing::LoopbackFeed feed;
-    testing::ScopedEnvironment feedVariable{"SPARKLE_FEED_BASE_URL", feed.baseURL()};
-    testing::TemporaryFolder folder;
-    Defaults defaults{folder.path() / "defaults.json"};
-    UpdateChannelManager channels{defaults};
-    platform::QueuedMainThread mainThread;
-    std::vector<UpdateCheckOutcome> outcomes;
-};
-
-TEST_F(UpdateControllerTest, ChannelChangeChecksTheNewFeedAtOnce) {
-    feed.serve(appcastWith("130", "1.3"));
-    ::testing::internal::CaptureStdout();
-    {
-        UpdateController controller(channels, mainThread, "120");
-        auto subscription = controller.observeOutcomes(
-            [&](const UpdateCheckOutcome& outcome) { outcomes.push_back(outcome); });
-        ASSERT_TRUE(mainThread.runUntil([&] { return outcomes.size() >= 1; }));
-
-        channels.setCurrentChannel(UpdateChannel::beta);
-        ASSERT_TRUE(mainThread.runUntil([&] { return outcomes.size() >= 2; }));
-    }
-    const std::string output = ::testing::internal::GetCapturedStdout();
-
-    EXPECT_EQ(feed.paths(), (std::vector<std::string>{"/api/updates/appcast.xml",
-                                                      "/api/updates/appcast-beta.xml"}));
-    EXPECT_EQ(outcomes[1].kind, UpdateCheckKind::background);
-    ASSERT_TRUE(outcomes[1].update);
-    EXPECT_NE(output.find("✅ Update checker initialized - update channel: stable\n"),
-              std::string::npos);
-    EXPECT_NE(
-        output.find("📡 Update feed URL: " + feed.baseURL() + "/api/updates/appcast-beta.xml\n"),
-        std::string::npos);
-    EXPECT_NE(output.find("✅ Update found: 1.3 (130)\n"), std::string::npos);
 }
 
 } // namespace
