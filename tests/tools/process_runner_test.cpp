@@ -179,14 +179,5 @@ TEST_F(ProcessRunnerCancellation, AStopKillsTheProgramAndWhatItStarted) {
     EXPECT_TRUE(waitFor([&] { return hasEnded(child); }));
 }
 
-TEST(FindExecutable, SearchesThePath) {
-    const auto sh = findExecutable("sh");
-    ASSERT_TRUE(sh);
-    EXPECT_TRUE(sh->is_absolute() || sh->string().find('/') != std::string::npos);
-    EXPECT_FALSE(findExecutable("lumivesper-no-such-program"));
-    EXPECT_EQ(findExecutable("/bin/sh"), fs::path("/bin/sh"));
-    EXPECT_FALSE(findExecutable(""));
-}
-
 } // namespace
 } // namespace lumivesper::tools

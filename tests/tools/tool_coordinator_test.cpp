@@ -89,13 +89,6 @@ TEST_F(ToolPreparation, AnUnreachableServerMeansNoNetwork) {
     EXPECT_EQ(failureOf(package).kind(), ToolError::Kind::networkUnavailable);
 }
 
-TEST_F(ToolPreparation, AMissingArchiveKeepsItsStatus) {
-    package.archiveURL = server.url("/elsewhere.zip");
-    const ToolError error = failureOf(package);
-    EXPECT_EQ(error.kind(), ToolError::Kind::downloadFailed);
-    EXPECT_EQ(error.statusCode(), 404);
-}
-
 TEST_F(ToolPreparation, AFullDiskIsRefusedBeforeDownloading) {
     package.requiredSpace = coordinator.installer().availableSpace() + 1'000'000'000'000'000;
     EXPECT_EQ(failureOf(package).kind(), ToolError::Kind::insufficientDiskSpace);

@@ -217,10 +217,6 @@ TEST_F(ToolDownloads, AnUnknownLengthArrivesWithoutFractions) {
     EXPECT_TRUE(fractions.values.empty());
 }
 
-TEST_F(ToolDownloads, TwoDownloadsGetTwoFiles) {
-    EXPECT_NE(fetch("/known").location, fetch("/known").location);
-}
-
 TEST_F(ToolDownloads, ANotFoundFailsWithItsStatusAndKeepsNoFile) {
     const ToolError error = failureOf(server.url("/missing"));
     EXPECT_EQ(error.kind(), ToolError::Kind::downloadFailed);

@@ -144,12 +144,6 @@ TEST_F(ToolStateFile, ReplaceIsReadBackByANewOwner) {
     EXPECT_EQ(std::distance(fs::directory_iterator(folder.path()), fs::directory_iterator()), 1);
 }
 
-TEST_F(ToolStateFile, CreatesTheFoldersItNeeds) {
-    ToolState state(folder.path() / "a" / "b" / "state.json");
-    state.update([](ToolStateData& data) { data.tools["t"] = toolWithStatus("installed"); });
-    EXPECT_TRUE(fs::exists(folder.path() / "a" / "b" / "state.json"));
-}
-
 TEST_F(ToolStateFile, RefusesADamagedFileAndLeavesItAlone) {
     writeFile(file, "{\"version\": \"1\", \"tools\": ");
     try {
