@@ -1,19 +1,27 @@
 #include "cli/command.h"
+#include "cli/interrupt_stop.h"
 #include "document/app_state.h"
+#include "export/export_options.h"
 #include "export/heic_generator.h"
 #include "export/heic_generator_error.h"
 #include "export/tween_generator.h"
+#include "export/upscale/onnx_upscale_tool.h"
+#include "export/upscale/upscale_error.h"
 #include "platform/cancellation.h"
 
 #include <algorithm>
+#include <atomic>
 #include <charconv>
 #include <cmath>
 #include <filesystem>
+#include <iostream>
+#include <mutex>
 #include <optional>
 #include <ostream>
 #include <set>
 #include <string>
 #include <system_error>
+#include <unistd.h>
 
 namespace lumivesper::cli {
 
@@ -23,7 +31,9 @@ using document::WallpaperImage;
 using document::WallpaperMode;
 
 constexpr const char* exportUsage =
-    "Usage: lumivesper-cli export IMAGE... -o OUT.heic [--mode time|appearance]\n\n"
+    "Usage: lumivesper-cli export IMAGE... -o OUT.heic [--mode time|appearance]\n"
+    "           [--canvas source|8k|6k|WxH] [--upscale off|auto|fast|max|scale2|scale4]\n"
+    "           [--dither] [--keep-frames]\n\n"
     "Makes a dynamic wallpaper from the images, in the order the document would give them.\n\n"
     "  IMAGE             an image file, optionally followed by its values after '@':\n"
     "                      time mode:       noon.png@60,180   (altitude,azimuth in degrees)\n"
@@ -31,7 +41,16 @@ constexpr const char* exportUsage =
     "                    without values an image is imported as the application imports it\n"
     "                    (altitude 0, azimuth 0; or light)\n"
     "  -o, --output OUT  the .heic file to write\n"
-    "  --mode MODE       time (default) or appearance\n";
+    "  --mode MODE       time (default) or appearance\n"
+    "  --canvas CANVAS   fill and centre-crop every frame to: source (each keeps its size),\n"
+    "                    8k (7680x4320), 6k (6016x3384) or WIDTHxHEIGHT. Default: no resizing\n"
+    "  --upscale HOW     upscale with the 4x network before resizing: off (default), auto, fast,\n"
+    "                    max, scale2, scale4. The model is realesrgan512.onnx, found through\n"
+    "                    $LUMIVESPER_UPSCALE_MODEL or the data folders\n"
+    "  --dither          add a faint noise against banding\n"
+    "  --keep-frames     keep the prepared frames under the data folder (Lumivesper AI/\n"
+    "                    Preprocessed/DATE-TIME) instead of a temporary folder\n\n"
+    "Progress goes to standard error; Ctrl-C stops the export and removes its temporary files.\n";
 
 struct ImageArgument {
     std::filesystem::path path;
@@ -80,12 +99,74 @@ std::optional<ImageArgument> parseImageArgument(const std::string& text, Wallpap
     return argument;
 }
 
+// How progress reaches standard error: one line per report, or a single line that updates in
+// place on a terminal. Reports may come from several worker threads.
+class ProgressPrinter {
+public:
+    ProgressPrinter(std::ostream& err, bool terminal) : err_(err), terminal_(terminal) {}
+
+    void report(int current, int total, const std::string& message) {
+        std::lock_guard lock(mutex_);
+        if (terminal_) {
+            err_ << "\r\033[K[" << current << "/" << total << "] " << message << std::flush;
+            open_ = true;
+        } else {
+            err_ << "[" << current << "/" << total << "] " << message << "\n";
+        }
+    }
+
+    // Ends an in-place line before anything else is written.
+    void finish() {
+        std::lock_guard lock(mutex_);
+        if (open_)
+            err_ << "\n";
+        open_ = false;
+    }
+
+private:
+    std::mutex mutex_;
+    std::ostream& err_;
+    bool terminal_;
+    bool open_ = false;
+};
+
+std::optional<exporting::HeicExportOptions> parseCanvas(const std::string& value,
+                                                        exporting::HeicExportOptions options) {
+    using exporting::HeicCanvasPreset;
+    options.resizeEnabled = true;
+    if (value == "source") {
+        options.canvasPreset = HeicCanvasPreset::matchSource;
+    } else if (value == "8k") {
+        options.canvasPreset = HeicCanvasPreset::apple8k;
+    } else if (value == "6k") {
+        options.canvasPreset = HeicCanvasPreset::apple6k;
+    } else {
+        const auto x = value.find_first_of("xX");
+        if (x == std::string::npos)
+            return std::nullopt;
+        options.canvasPreset = HeicCanvasPreset::custom;
+        options.customWidth = value.substr(0, x);
+        options.customHeight = value.substr(x + 1);
+        if (options.validationError())
+            return std::nullopt;
+    }
+    return options;
+}
+
 } // namespace
 
 int runExport(const CommandContext& context) {
+    // Ctrl-C from here on stops the export cleanly instead of ending the process.
+    std::atomic<bool> interrupted = false;
+    InterruptStop interrupt([&] { interrupted = true; });
+
     std::vector<std::string> imageTexts;
     std::optional<std::filesystem::path> output;
     WallpaperMode mode = WallpaperMode::time;
+    exporting::HeicExportOptions options;
+    // Without flags the CLI encodes the images as they are.
+    options.resizeEnabled = false;
+    options.upscaleEnabled = false;
 
     const auto& args = context.arguments;
     for (std::size_t i = 0; i < args.size(); ++i) {
@@ -94,7 +175,16 @@ int runExport(const CommandContext& context) {
             context.out << exportUsage;
             return exitSuccess;
         }
-        if (argument == "-o" || argument == "--output" || argument == "--mode") {
+        if (argument == "--dither") {
+            options.enableDither = true;
+            continue;
+        }
+        if (argument == "--keep-frames") {
+            options.keepPreprocessedFrames = true;
+            continue;
+        }
+        if (argument == "-o" || argument == "--output" || argument == "--mode" ||
+            argument == "--canvas" || argument == "--upscale") {
             if (i + 1 >= args.size()) {
                 context.err << "lumivesper-cli export: " << argument << " needs a value\n";
                 return exitUsage;
@@ -108,6 +198,29 @@ int runExport(const CommandContext& context) {
                     return exitUsage;
                 }
                 mode = *parsed;
+            } else if (argument == "--canvas") {
+                const auto parsed = parseCanvas(value, options);
+                if (!parsed) {
+                    context.err << "lumivesper-cli export: --canvas must be source, 8k, 6k or "
+                                   "WIDTHxHEIGHT with positive numbers, not '"
+                                << value << "'\n";
+                    return exitUsage;
+                }
+                options = *parsed;
+            } else if (argument == "--upscale") {
+                if (value == "off") {
+                    options.upscaleEnabled = false;
+                } else {
+                    const auto strategy = upscale::heicUpscaleStrategyFromRawValue(value);
+                    if (!strategy) {
+                        context.err << "lumivesper-cli export: --upscale must be off, auto, fast, "
+                                       "max, scale2 or scale4, not '"
+                                    << value << "'\n";
+                        return exitUsage;
+                    }
+                    options.upscaleEnabled = true;
+                    options.upscaleStrategy = *strategy;
+                }
             } else {
                 output = value;
             }
@@ -165,26 +278,57 @@ int runExport(const CommandContext& context) {
         state.updateImage(updated);
     }
 
+    std::shared_ptr<upscale::ImageUpscalingTool> upscaler;
+    if (options.upscaleEnabled) {
+        try {
+            upscaler = std::make_shared<upscale::OnnxUpscaleTool>();
+        } catch (const upscale::UpscaleError& error) {
+            context.err << "lumivesper-cli export: " << error.description() << "\n";
+            return exitFailure;
+        }
+    }
+    const auto config = exporting::makePreprocessConfig(options, upscaler);
+
+    const bool terminal = &context.err == &std::cerr && ::isatty(STDERR_FILENO);
+    ProgressPrinter printer(context.err, terminal);
     const exporting::ProgressCallback progress = [&](int current, int total,
                                                      const std::string& message) {
-        context.err << "[" << current << "/" << total << "] " << message << "\n";
+        printer.report(current, total, message);
     };
+    // The temporary frame folder is the command's to remove, whichever way the export ends; the
+    // generator removes it itself after a successful encode.
+    auto removeTemporaryFrames = [&] {
+        if (config && !config->keepPreprocessedFrames) {
+            std::error_code ignored;
+            std::filesystem::remove_all(config->outputDirectory, ignored);
+        }
+    };
+    std::string failure;
     try {
-        exporting::HeicGenerator().generate(state.images(), *output, mode, std::nullopt, progress);
+        exporting::HeicGenerator().generate(state.images(), *output, mode, config, progress,
+                                            interrupt.token());
     } catch (const exporting::HeicGeneratorError& error) {
-        context.err << "lumivesper-cli export: " << error.description() << "\n";
-        return exitFailure;
+        failure = error.description();
     } catch (const exporting::TweenGeneratorError& error) {
-        context.err << "lumivesper-cli export: " << error.description() << "\n";
-        return exitFailure;
+        failure = error.description();
+    } catch (const upscale::UpscaleError& error) {
+        failure = error.description();
     } catch (const platform::CancellationError&) {
-        context.err << "lumivesper-cli export: Export cancelled\n";
-        return exitFailure;
+        failure = "Export cancelled";
     } catch (const std::exception& error) {
-        context.err << "lumivesper-cli export: " << error.what() << "\n";
+        failure = error.what();
+    }
+    printer.finish();
+    removeTemporaryFrames();
+    if (failure.empty() && interrupted)
+        failure = "Export cancelled"; // stopped during encoding, which runs to its end
+    if (!failure.empty()) {
+        context.err << "lumivesper-cli export: " << failure << "\n";
         return exitFailure;
     }
     context.out << "Wrote " << output->string() << " (" << document::rawValue(mode) << " mode)\n";
+    if (config && config->keepPreprocessedFrames)
+        context.out << "Prepared frames kept in " << config->outputDirectory.string() << "\n";
     return exitSuccess;
 }
 
