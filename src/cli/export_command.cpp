@@ -1,6 +1,7 @@
 #include "cli/command.h"
 #include "cli/interrupt_stop.h"
 #include "document/app_state.h"
+#include "document/project_io.h"
 #include "export/export_options.h"
 #include "export/heic_generator.h"
 #include "export/heic_generator_error.h"
@@ -31,10 +32,12 @@ using document::WallpaperImage;
 using document::WallpaperMode;
 
 constexpr const char* exportUsage =
-    "Usage: lumivesper-cli export IMAGE... -o OUT.heic [--mode time|appearance]\n"
+    "Usage: lumivesper-cli export (PACKAGE.lvesper | IMAGE...) -o OUT.heic [--mode "
+    "time|appearance]\n"
     "           [--canvas source|8k|6k|WxH] [--upscale off|auto|fast|max|scale2|scale4]\n"
     "           [--dither] [--keep-frames]\n\n"
     "Makes a dynamic wallpaper from the images, in the order the document would give them.\n\n"
+    "  PACKAGE.lvesper   a saved project: its images, values and mode (--mode overrides it)\n"
     "  IMAGE             an image file, optionally followed by its values after '@':\n"
     "                      time mode:       noon.png@60,180   (altitude,azimuth in degrees)\n"
     "                      appearance mode: day.png@light or night.png@dark\n"
@@ -163,6 +166,7 @@ int runExport(const CommandContext& context) {
     std::vector<std::string> imageTexts;
     std::optional<std::filesystem::path> output;
     WallpaperMode mode = WallpaperMode::time;
+    bool modeGiven = false;
     exporting::HeicExportOptions options;
     // Without flags the CLI encodes the images as they are.
     options.resizeEnabled = false;
@@ -198,6 +202,7 @@ int runExport(const CommandContext& context) {
                     return exitUsage;
                 }
                 mode = *parsed;
+                modeGiven = true;
             } else if (argument == "--canvas") {
                 const auto parsed = parseCanvas(value, options);
                 if (!parsed) {
@@ -239,43 +244,73 @@ int runExport(const CommandContext& context) {
         return exitUsage;
     }
 
-    std::vector<ImageArgument> images;
-    for (const auto& text : imageTexts) {
-        std::string problem;
-        auto parsed = parseImageArgument(text, mode, problem);
-        if (!parsed) {
-            context.err << "lumivesper-cli export: " << problem << "\n";
-            return exitUsage;
-        }
-        images.push_back(std::move(*parsed));
-    }
-
-    // The images go through the document's own operations, so the file gets the document's order.
     document::AppState state;
-    state.setMode(mode);
-    for (const auto& image : images) {
-        std::set<document::Uuid> before;
-        for (const auto& existing : state.images())
-            before.insert(existing.id);
-        state.importImage(image.path);
-        const auto added = std::find_if(
-            state.images().begin(), state.images().end(),
-            [&](const WallpaperImage& candidate) { return !before.contains(candidate.id); });
-        if (added == state.images().end()) {
-            context.err << "lumivesper-cli export: cannot read the image '" << image.path.string()
-                        << "'\n";
+    std::error_code notADirectory;
+    const bool isPackage = imageTexts.size() == 1 &&
+                           std::filesystem::path(imageTexts[0]).extension() ==
+                               std::string(".") + document::packageExtension &&
+                           std::filesystem::is_directory(imageTexts[0], notADirectory);
+    if (isPackage) {
+        // A saved project: its images, values and mode, as the application would open it.
+        document::LoadedPackage package;
+        try {
+            package = document::readPackage(imageTexts[0]);
+        } catch (const document::ProjectPackageError& failure) {
+            context.err << "lumivesper-cli export: Could not load project: "
+                        << failure.description() << "\n";
             return exitFailure;
         }
-        if (!image.sun && !image.isLight)
-            continue;
-        WallpaperImage updated = *added;
-        if (image.sun) {
-            updated.altitude = image.sun->first;
-            updated.azimuth = image.sun->second;
+        if (!package.missingFileNames.empty()) {
+            context.err << "lumivesper-cli export: the project's images are missing:";
+            for (const auto& name : package.missingFileNames)
+                context.err << " " << name;
+            context.err << "\n";
+            return exitFailure;
         }
-        if (image.isLight)
-            updated.isLight = image.isLight;
-        state.updateImage(updated);
+        if (!modeGiven)
+            mode = package.project.mode;
+        state.openProject(std::move(package.project.images), package.project.mode, imageTexts[0],
+                          std::nullopt, std::nullopt, std::nullopt, std::nullopt);
+        state.setMode(mode);
+    } else {
+        std::vector<ImageArgument> images;
+        for (const auto& text : imageTexts) {
+            std::string problem;
+            auto parsed = parseImageArgument(text, mode, problem);
+            if (!parsed) {
+                context.err << "lumivesper-cli export: " << problem << "\n";
+                return exitUsage;
+            }
+            images.push_back(std::move(*parsed));
+        }
+
+        // The images go through the document's own operations, so the file gets the document's
+        // order.
+        state.setMode(mode);
+        for (const auto& image : images) {
+            std::set<document::Uuid> before;
+            for (const auto& existing : state.images())
+                before.insert(existing.id);
+            state.importImage(image.path);
+            const auto added = std::find_if(
+                state.images().begin(), state.images().end(),
+                [&](const WallpaperImage& candidate) { return !before.contains(candidate.id); });
+            if (added == state.images().end()) {
+                context.err << "lumivesper-cli export: cannot read the image '"
+                            << image.path.string() << "'\n";
+                return exitFailure;
+            }
+            if (!image.sun && !image.isLight)
+                continue;
+            WallpaperImage updated = *added;
+            if (image.sun) {
+                updated.altitude = image.sun->first;
+                updated.azimuth = image.sun->second;
+            }
+            if (image.isLight)
+                updated.isLight = image.isLight;
+            state.updateImage(updated);
+        }
     }
 
     std::shared_ptr<upscale::ImageUpscalingTool> upscaler;

@@ -1,10 +1,13 @@
 #include "../support/temporary_folder.h"
 #include "cli/command.h"
+#include "document/json_coding.h"
+#include "document/project.h"
 #include "platform/image_io.h"
 
 #include <chrono>
 #include <csignal>
 #include <cstdlib>
+#include <fstream>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <nlohmann/json.hpp>
@@ -145,6 +148,35 @@ TEST_F(ExportPreprocessingCommandTest, InterruptCancelsAndRemovesTheTemporaryFra
     EXPECT_THAT(result.err, HasSubstr("Export cancelled"));
     EXPECT_EQ(workingFolders(), 0);
     EXPECT_FALSE(std::filesystem::exists(output));
+}
+
+TEST_F(ExportPreprocessingCommandTest, APackageExportsItsImagesWithTheirValuesAndMode) {
+    const auto package = folder.path() / "Evening.lvesper";
+    std::filesystem::create_directories(package / "images");
+    document::Project project;
+    project.mode = document::WallpaperMode::appearance;
+    for (auto [name, light] : {std::pair{"night.png", false}, std::pair{"day.png", true}}) {
+        std::filesystem::copy_file(png(name, light ? 24 : 16, 8), package / "images" / name);
+        document::WallpaperImage image;
+        image.fileName = name;
+        image.isLight = light;
+        project.images.push_back(image);
+    }
+    std::ofstream(package / "project.json") << nlohmann::json(project).dump();
+
+    const auto result = run(runExport, {package.string(), "-o", output});
+    ASSERT_EQ(result.exitCode, exitSuccess) << result.err;
+    std::ostringstream out, err;
+    ASSERT_EQ(runInspect(CommandContext{{output, "--json"}, out, err}), exitSuccess);
+    const auto json = nlohmann::json::parse(out.str());
+    EXPECT_EQ(json["kind"], "apr");
+    EXPECT_EQ(json["images"][0]["width"], 24); // the light image first
+    EXPECT_EQ(json["images"][1]["width"], 16);
+
+    std::filesystem::remove(package / "images" / "day.png");
+    const auto missing = run(runExport, {package.string(), "-o", output});
+    EXPECT_EQ(missing.exitCode, exitFailure);
+    EXPECT_THAT(missing.err, HasSubstr("day.png"));
 }
 
 } // namespace
