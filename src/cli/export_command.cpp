@@ -11,7 +11,6 @@
 #include "platform/cancellation.h"
 
 #include <algorithm>
-#include <atomic>
 #include <charconv>
 #include <cmath>
 #include <filesystem>
@@ -118,6 +117,13 @@ public:
         }
     }
 
+    // A line of its own, between progress reports.
+    void note(const std::string& text) {
+        std::lock_guard lock(mutex_);
+        err_ << (open_ ? "\n" : "") << text << "\n";
+        open_ = false;
+    }
+
     // Ends an in-place line before anything else is written.
     void finish() {
         std::lock_guard lock(mutex_);
@@ -160,8 +166,12 @@ std::optional<exporting::HeicExportOptions> parseCanvas(const std::string& value
 
 int runExport(const CommandContext& context) {
     // Ctrl-C from here on stops the export cleanly instead of ending the process.
-    std::atomic<bool> interrupted = false;
-    InterruptStop interrupt([&] { interrupted = true; });
+    const bool terminal = &context.err == &std::cerr && ::isatty(STDERR_FILENO);
+    ProgressPrinter printer(context.err, terminal);
+    InterruptStop interrupt([&printer] {
+        printer.note("Stopping at the next step (encoding finishes its frame list first); press "
+                     "Ctrl-C again to quit at once.");
+    });
 
     std::vector<std::string> imageTexts;
     std::optional<std::filesystem::path> output;
@@ -324,8 +334,6 @@ int runExport(const CommandContext& context) {
     }
     const auto config = exporting::makePreprocessConfig(options, upscaler);
 
-    const bool terminal = &context.err == &std::cerr && ::isatty(STDERR_FILENO);
-    ProgressPrinter printer(context.err, terminal);
     const exporting::ProgressCallback progress = [&](int current, int total,
                                                      const std::string& message) {
         printer.report(current, total, message);
@@ -355,8 +363,6 @@ int runExport(const CommandContext& context) {
     }
     printer.finish();
     removeTemporaryFrames();
-    if (failure.empty() && interrupted)
-        failure = "Export cancelled"; // stopped during encoding, which runs to its end
     if (!failure.empty()) {
         context.err << "lumivesper-cli export: " << failure << "\n";
         return exitFailure;

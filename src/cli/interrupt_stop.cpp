@@ -2,6 +2,7 @@
 
 #include <atomic>
 #include <chrono>
+#include <cstdlib>
 
 namespace lumivesper::cli {
 
@@ -29,11 +30,14 @@ InterruptStop::InterruptStop(std::function<void()> onInterrupt)
         while (!done_) {
             // Polled in short slices: a handler may not notify a condition variable.
             wake_.wait_for(lock, std::chrono::milliseconds(50));
-            if (interruptReceived.exchange(false) && !source_.stop_requested()) {
-                source_.request_stop();
-                if (onInterrupt_)
-                    onInterrupt_();
-            }
+            if (!interruptReceived.exchange(false))
+                continue;
+            // A second interrupt means "now": some steps (encoding) do not stop midway.
+            if (source_.stop_requested())
+                std::_Exit(130);
+            source_.request_stop();
+            if (onInterrupt_)
+                onInterrupt_();
         }
     });
 }

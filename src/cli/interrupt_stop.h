@@ -10,8 +10,9 @@
 namespace lumivesper::cli {
 
 // While alive, Ctrl-C (SIGINT) and SIGTERM no longer end the process: they request a stop of
-// token() instead, so that long work can end cleanly and remove what it made. The previous
-// handlers come back when it is destroyed. One at a time per process.
+// token() instead, so that long work can end cleanly and remove what it made; a second one ends
+// the process at once (status 130). The previous handlers come back when it is destroyed. One at
+// a time per process.
 class InterruptStop {
 public:
     explicit InterruptStop(std::function<void()> onInterrupt = {});
