@@ -14,7 +14,8 @@ AppLifecycleDelegate::AppLifecycleDelegate(settings::UpdateChannelManager& chann
       replyToPlatform_(std::move(replyToPlatform)) {}
 
 void AppLifecycleDelegate::applicationDidFinishLaunching(
-    const std::function<std::unique_ptr<UpdateController>(UpdaterDelegate&)>& makeUpdater) {
+    const std::function<std::unique_ptr<UpdateController>(settings::UpdaterDelegate&)>&
+        makeUpdater) {
     platform::consoleLine("[AppLifecycle] Launch complete.");
     updater_ = makeUpdater ? makeUpdater(*this) : nullptr;
     channelSubscription_ =
@@ -108,13 +109,18 @@ std::string AppLifecycleDelegate::feedURLString() {
     return url;
 }
 
-void AppLifecycleDelegate::didFindValidUpdate(const std::string& displayVersion,
-                                              const std::string& version) {
-    platform::consoleLine("✅ Update found: " + displayVersion + " (" + version + ")");
+void AppLifecycleDelegate::didFindValidUpdate(const settings::AppcastItem& item,
+                                              settings::UpdateCheckKind) {
+    platform::consoleLine("✅ Update found: " + item.displayVersion + " (" + item.version + ")");
 }
 
-void AppLifecycleDelegate::didNotFindUpdate() {
+void AppLifecycleDelegate::didNotFindUpdate(settings::UpdateCheckKind) {
     platform::consoleLine("ℹ️  No updates available");
+}
+
+void AppLifecycleDelegate::didAbortWithError(const settings::UpdateCheckError& error,
+                                             settings::UpdateCheckKind) {
+    platform::consoleLine("⚠️ Update check failed: " + error.description());
 }
 
 } // namespace lumivesper::shell

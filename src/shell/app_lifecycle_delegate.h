@@ -23,7 +23,7 @@ enum class TerminateReply { now, cancel, later };
 // The application's delegate as plain logic: launch order, files opened from outside (parked until
 // the window exists), the unsaved-changes guard on closing the window and on quitting, and the
 // update component's delegate. The toolkit layer calls these entry points.
-class AppLifecycleDelegate final : public TerminationDelegate, public UpdaterDelegate {
+class AppLifecycleDelegate final : public TerminationDelegate, public settings::UpdaterDelegate {
 public:
     // `replyToPlatform` answers a quit request that was answered `later`.
     AppLifecycleDelegate(settings::UpdateChannelManager& channels,
@@ -33,7 +33,8 @@ public:
     // Launch: the console line, then the update component (created by `makeUpdater`, which
     // receives this delegate), re-checking whenever the update channel changes.
     void applicationDidFinishLaunching(
-        const std::function<std::unique_ptr<UpdateController>(UpdaterDelegate&)>& makeUpdater);
+        const std::function<std::unique_ptr<UpdateController>(settings::UpdaterDelegate&)>&
+            makeUpdater);
 
     // The root view appeared: bind the command center and open a parked file.
     void bindCommandCenter(AppCommandCenter& commandCenter,
@@ -53,10 +54,13 @@ public:
     void setTerminating(bool terminating) override { isTerminating_ = terminating; }
     void replyToApplicationShouldTerminate(bool shouldTerminate) override;
 
-    // UpdaterDelegate
+    // settings::UpdaterDelegate. The feed URL is asked for on the checker's thread.
     std::string feedURLString() override;
-    void didFindValidUpdate(const std::string& displayVersion, const std::string& version) override;
-    void didNotFindUpdate() override;
+    void didFindValidUpdate(const settings::AppcastItem& item,
+                            settings::UpdateCheckKind kind) override;
+    void didNotFindUpdate(settings::UpdateCheckKind kind) override;
+    void didAbortWithError(const settings::UpdateCheckError& error,
+                           settings::UpdateCheckKind kind) override;
 
     UpdateController* updaterController() const { return updater_.get(); }
     const std::optional<std::filesystem::path>& pendingFileURL() const { return pendingFileURL_; }

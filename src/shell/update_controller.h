@@ -1,6 +1,8 @@
 #pragma once
 
-#include <string>
+#include "settings/update_checker.h"
+
+#include <memory>
 
 namespace lumivesper::shell {
 
@@ -14,14 +16,19 @@ public:
     virtual void resetUpdateCycle() = 0;
 };
 
-// What the update component asks of the application, and reports to it.
-class UpdaterDelegate {
+// The update checker of the settings library behind that interface, started at once.
+class UpdateCheckerController final : public UpdateController {
 public:
-    virtual ~UpdaterDelegate() = default;
-    virtual std::string feedURLString() = 0;
-    virtual void didFindValidUpdate(const std::string& displayVersion,
-                                    const std::string& version) = 0;
-    virtual void didNotFindUpdate() = 0;
+    UpdateCheckerController(settings::UpdaterDelegate& delegate, platform::MainThread& mainThread)
+        : checker_(delegate, mainThread, settings::UpdateChecker::buildVersion()) {
+        checker_.startUpdater();
+    }
+    void checkForUpdates() override { checker_.checkForUpdates(); }
+    void checkForUpdatesInBackground() override { checker_.checkForUpdatesInBackground(); }
+    void resetUpdateCycle() override { checker_.resetUpdateCycle(); }
+
+private:
+    settings::UpdateChecker checker_;
 };
 
 } // namespace lumivesper::shell

@@ -172,7 +172,7 @@ TEST_F(ShellTest, UpdateCheckGoesToTheUpdaterOnceLaunched) {
     };
     int checks = 0;
     delegate.applicationDidFinishLaunching(
-        [&](UpdaterDelegate&) { return std::make_unique<CountingUpdater>(&checks); });
+        [&](settings::UpdaterDelegate&) { return std::make_unique<CountingUpdater>(&checks); });
     center.checkForUpdates();
     EXPECT_EQ(checks, 1);
     channels.setCurrentChannel(settings::UpdateChannel::beta); // re-checks in the background
