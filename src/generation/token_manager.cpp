@@ -56,7 +56,8 @@ std::string TokenManager::validToken(std::stop_token stop) {
     std::jthread previousFetch; // joined after the lock is released
     {
         std::lock_guard guard(lock_);
-        if (cachedToken_ && tokenExpiresAt_ && now_() < *tokenExpiresAt_ - refreshBuffer)
+        const auto now = now_();
+        if (cachedToken_ && tokenExpiresAt_ && now < *tokenExpiresAt_ - refreshBuffer)
             return *cachedToken_;
         if (pendingFetch_) {
             fetch = pendingFetch_;
