@@ -18,7 +18,7 @@ constexpr CommandEntry commands[] = {
     {"sun", "altitude and azimuth of the sun at a place and time", lumivesper::cli::runSun},
     {"export", "make a dynamic wallpaper (.heic) from images", lumivesper::cli::runExport},
     {"inspect", "read a dynamic wallpaper back: kind, frames, values", lumivesper::cli::runInspect},
-    {"generate", "make a day of images of one scene with the AI image model", lumivesper::cli::runGenerate},
+    {"generate", "AI images of one scene across the day", lumivesper::cli::runGenerate},
 };
 
 void printUsage(std::ostream& out) {
