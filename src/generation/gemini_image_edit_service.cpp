@@ -58,7 +58,7 @@ GeneratedImage GeminiImageEditService::generateImage(
     if (!base.empty() && base.back() == '/')
         base.pop_back();
     const std::string url = base + "/" +
-                            percentEncoded(name + ":generateContent", "-._~:@!$&'()*+,;=") +
+                            percentEncoded(name + ":generateContent", "-._~:@!$&'()*+,;=/") +
                             "?key=" + percentEncoded(key, "-._~");
     if (!isParsableURL(url))
         throw ImageGenerationError::invalidResponse();
