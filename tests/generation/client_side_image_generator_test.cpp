@@ -3,8 +3,10 @@
 #include "generation/proxy_error.h"
 #include "generation/request_text.h"
 #include "loopback_server.h"
+#include "platform/cancellation.h"
 
 #include <atomic>
+#include <future>
 #include <gtest/gtest.h>
 #include <nlohmann/json.hpp>
 
@@ -221,6 +223,30 @@ TEST_F(GeneratorTest, FailureInSecondBatchCancelsTheRest) {
     EXPECT_EQ(generated.front(), "night=base");
     EXPECT_EQ(std::count(generated.begin(), generated.end(), "civil=img:civil"), 0);
     EXPECT_EQ(progress.back().completed, 4);
+}
+
+TEST_F(GeneratorTest, StoppingTheRunCancelsRequestsInFlight) {
+    Gate arrived;
+    hook = [&](const std::string& phase, httplib::Response&) {
+        if (phase == "nautical") {
+            arrived.open();
+            release.wait(std::chrono::seconds(60));
+            ++heldToTheEnd;
+        }
+    };
+    auto run = generator();
+    std::stop_source stop;
+    auto result = std::async(std::launch::async, [&] {
+        return run.generateTimeline("", "m", toBytes("base"), stop.get_token());
+    });
+    ASSERT_TRUE(arrived.wait());
+    stop.request_stop();
+    ASSERT_EQ(result.wait_for(std::chrono::seconds(30)), std::future_status::ready);
+    EXPECT_THROW(result.get(), platform::CancellationError);
+    EXPECT_EQ(heldToTheEnd, 0);
+    release.open();
+    std::lock_guard lock(mutex);
+    EXPECT_LE(requestedPhases.size(), 3u) << "batch two never started";
 }
 
 } // namespace
