@@ -115,7 +115,8 @@ GeneratedImage OpenRouterImageService::viaChatEndpoint(
     if (systemPrompt && !systemPrompt->empty())
         body.messages.push_back({"system", *systemPrompt});
     if (referenceImage) {
-        // Image first, then the instruction: this provider reads them in that order best.
+        // Image first, then the instruction. The proxy client sends them the other way round;
+        // each order is deliberate, so the two are not to be unified.
         std::vector<OpenRouterContentPart> parts{
             {"image_url", std::nullopt, pngDataURL(*referenceImage)},
             {"text", prompt, std::nullopt}};
