@@ -100,8 +100,7 @@ int main(int argc, char** argv) {
     const auto encodeStart = preprocessed.value_or(start);
     std::printf("Preprocessing (normalise%s, Lanczos to 7680x4320): %.1f s\n",
                 model ? ", upscale" : "", seconds(start, encodeStart));
-    std::printf("Encoding %d frames: %.1f s\n",
-                frames, seconds(encodeStart, end));
+    std::printf("Encoding %d frames: %.1f s\n", frames, seconds(encodeStart, end));
     std::printf("Total: %.1f s\n", seconds(start, end));
     std::printf("Peak RSS: %.0f MB (target %s)\n", peakRssMegabytes(),
                 model ? "<= 2500 MB with upscaling" : "<= 1500 MB without upscaling");
