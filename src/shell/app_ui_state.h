@@ -1,5 +1,6 @@
 #pragma once
 
+#include "export/export_options.h"
 #include "platform/observer_list.h"
 
 #include <filesystem>
@@ -37,6 +38,7 @@ public:
     bool showsInspector = true;
     std::optional<ActiveSheet> activeSheet;
     bool isHoveringOpenButton = false;
+    exporting::HeicExportOptions exportOptions; // the export sheet's settings
     bool shouldTriggerAutoTween = false;
     bool isTimelinePlaying = false;
 

@@ -42,6 +42,13 @@ std::string exportFailureMessage(const std::exception& error) {
     return "Export failed. Please try again.";
 }
 
+ExportSettings exportSettings(const exporting::HeicExportOptions& options) {
+    return {options.upscaleEnabled, options.keepPreprocessedFrames,
+            [options](std::shared_ptr<upscale::ImageUpscalingTool> upscaler) {
+                return exporting::makePreprocessConfig(options, std::move(upscaler));
+            }};
+}
+
 ExportDriver::UpscalerFactory ExportDriver::standardUpscalerFactory() {
     return [] { return std::make_shared<upscale::OnnxUpscaleTool>(); };
 }
@@ -66,6 +73,19 @@ ExportDriver::~ExportDriver() {
     if (current_)
         current_->stop.request_stop();
     workers_.clear(); // joins
+}
+
+void ExportDriver::startExport() {
+    startExport(exportSettings(uiState_.exportOptions));
+}
+
+void ExportDriver::resetProgress() {
+    if (state_.isExportingHeic)
+        return;
+    state_.exportProgress = 0;
+    state_.exportMessage.clear();
+    state_.exportFrames.clear();
+    changed_.notify();
 }
 
 void ExportDriver::startExport(ExportSettings settings) {

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "document/wallpaper_mode.h"
+#include "export/export_options.h"
 #include "export/heic_frame.h"
 #include "platform/main_thread.h"
 #include "platform/observer_list.h"
@@ -41,6 +42,9 @@ struct ExportSettings {
         makeConfig;
 };
 
+// The driver's settings for an export with the sheet's options.
+ExportSettings exportSettings(const exporting::HeicExportOptions& options);
+
 // The export's state that the sheet and the progress view show. Changes on the main thread only.
 struct ExportProgressState {
     bool isExportingHeic = false;
@@ -71,8 +75,12 @@ public:
     ExportDriver(const ExportDriver&) = delete;
     ExportDriver& operator=(const ExportDriver&) = delete;
 
-    // Asks for the destination, then runs the export. Nothing happens if one is running.
+    // Asks for the destination, then runs the export with the sheet's options (or the given
+    // settings). Nothing happens while an export runs.
+    void startExport();
     void startExport(ExportSettings settings);
+    // The sheet opens with a clean progress state.
+    void resetProgress();
     // The part after the panel: from a chosen destination.
     void exportTo(const std::filesystem::path& destination, ExportSettings settings);
     void cancelExport();

@@ -192,5 +192,32 @@ TEST_F(ExportDriverTest, SavePanelSuggestsTheProjectsName) {
     EXPECT_FALSE(driver.state().isExportingHeic); // cancelled panel: nothing happens
 }
 
+TEST_F(ExportDriverTest, SheetOptionsReachTheGeneratorAsAConfiguration) {
+    std::optional<HeicPreprocessConfig> received;
+    bool upscalerMade = false;
+    auto driver =
+        makeDriver([&](auto&&, auto&&, auto, const std::optional<HeicPreprocessConfig>& config,
+                       auto&&, std::stop_token) { received = config; },
+                   [&]() -> std::shared_ptr<upscale::ImageUpscalingTool> {
+                       upscalerMade = true;
+                       return nullptr; // as when no model is installed
+                   });
+    ui.exportOptions = {}; // defaults: 8K canvas, upscaling on
+    driver.exportTo(destination, exportSettings(ui.exportOptions));
+    ASSERT_TRUE(runUntilDone(driver));
+    EXPECT_TRUE(upscalerMade);
+    ASSERT_TRUE(received);
+    EXPECT_EQ(received->targetSize, (exporting::FrameSize{7680, 4320}));
+    EXPECT_FALSE(received->upscaler);
+
+    ui.exportOptions.resizeEnabled = false;
+    ui.exportOptions.upscaleEnabled = false;
+    upscalerMade = false;
+    driver.exportTo(destination, exportSettings(ui.exportOptions));
+    ASSERT_TRUE(runUntilDone(driver));
+    EXPECT_FALSE(upscalerMade);
+    EXPECT_FALSE(received); // the sources go straight to the encoder
+}
+
 } // namespace
 } // namespace lumivesper::shell
