@@ -122,7 +122,7 @@ void AppState::setMode(WallpaperMode mode) {
         return;
     Snapshot before = captureSnapshot();
     mode_ = mode;
-    sortImagesChronologically();
+    sortImages();
     isDirty_ = true;
     registerStep(std::move(before), "Change Mode");
     notify(contentFields | AppStateField::mode);
@@ -131,7 +131,7 @@ void AppState::setMode(WallpaperMode mode) {
 void AppState::addImage(WallpaperImage image) {
     Snapshot before = captureSnapshot();
     images_.push_back(std::move(image));
-    sortImagesChronologically();
+    sortImages();
     isDirty_ = true;
     registerStep(std::move(before), "Add Image");
     notify(contentFields);
@@ -202,7 +202,7 @@ void AppState::updateImage(const WallpaperImage& updated) {
         return;
     Snapshot before = captureSnapshot();
     *found = updated;
-    sortImagesChronologically();
+    sortImages();
     isDirty_ = true;
     registerStep(std::move(before), "Edit Image");
     notify(contentFields);
@@ -254,7 +254,7 @@ void AppState::insertImages(std::vector<WallpaperImage> newImages, std::ptrdiff_
     index = std::clamp<std::ptrdiff_t>(index, 0, std::ssize(images_));
     images_.insert(images_.begin() + index, std::make_move_iterator(newImages.begin()),
                    std::make_move_iterator(newImages.end()));
-    sortImagesChronologically();
+    sortImages();
     isDirty_ = true;
     registerStep(std::move(before), actionName);
     notify(contentFields);
@@ -264,7 +264,7 @@ void AppState::replaceImages(std::vector<WallpaperImage> newImages, const std::s
                              bool markDirty) {
     Snapshot before = captureSnapshot();
     images_ = std::move(newImages);
-    sortImagesChronologically();
+    sortImages();
     dropMissingFromSelection();
     isDirty_ = markDirty;
     registerStep(std::move(before), actionName);
@@ -276,7 +276,7 @@ void AppState::applyGeneratedImages(std::vector<WallpaperImage> newImages,
     images_ = std::move(newImages);
     if (newMode)
         mode_ = *newMode;
-    sortImagesChronologically();
+    sortImages();
     if (resetProjectPath)
         currentProjectPath_.reset();
     dropMissingFromSelection();
@@ -331,6 +331,12 @@ void AppState::markSaved(const std::filesystem::path& packagePath,
 }
 
 void AppState::sortImagesChronologically() {
+    sortImages();
+    notify(AppStateField::images);
+}
+
+// Without a notification: the operations that sort notify once for the whole change.
+void AppState::sortImages() {
     if (mode_ != WallpaperMode::time)
         return;
     std::unordered_map<Uuid, double> hours;
@@ -347,7 +353,6 @@ void AppState::sortImagesChronologically() {
                      [&](const WallpaperImage& a, const WallpaperImage& b) {
                          return hours[a.id] < hours[b.id];
                      });
-    notify(AppStateField::images);
 }
 
 // ---- Selection ----

@@ -194,6 +194,7 @@ public:
 
 private:
     void registerStep(Snapshot snapshot, const std::string& actionName);
+    void sortImages();
     void assignSelection(std::set<Uuid> newSelection);
     void dropMissingFromSelection();
     void notify(AppStateFields fields) { changed_.notify(fields); }
