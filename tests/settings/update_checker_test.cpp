@@ -1,174 +1,199 @@
-#include "loopback_feed.h"
 #include "settings/update_checker.h"
 
 #include <gtest/gtest.h>
+#include <httplib.h>
+#include <map>
 
 namespace lumivesper::settings {
 namespace {
 
+using namespace std::chrono_literals;
+
+TEST(CompareVersions, OrdersReleasesAsPeopleNumberThem) {
+    // Two versions and the sign of their comparison.
+    const std::tuple<const char*, const char*, int> cases[] = {
+        {"2", "1", 1},         {"10", "9", 1},        {"1.10", "1.9", 1},
+        {"1.0.1", "1.0", 1},   {"1.0", "1.0b1", 1},   {"1.0b2", "1.0b1", 1},
+        {"1.0.1", "1.0b5", 1}, {"0.2.0", "0.1.9", 1}, {"100000000000000000000", "99999999999", 1},
+        {"1.0", "1.0.0", 0},   {"1-2", "1.2", 0},     {"007", "7", 0}};
+    const auto sign = [](int value) { return (value > 0) - (value < 0); };
+    for (const auto& [a, b, expected] : cases) {
+        EXPECT_EQ(sign(compareVersions(a, b)), expected) << a << " vs " << b;
+        EXPECT_EQ(sign(compareVersions(b, a)), -expected) << b << " vs " << a;
+    }
+}
+
+constexpr const char* feed = R"(<?xml version="1.0" encoding="utf-8"?>
+<rss version="2.0" xmlns:upd="urn:example:updates"><channel>
+  <item><upd:releaseNotesLink> https://example.test/notes/1.2 </upd:releaseNotesLink>
+    <enclosure url="https://example.test/1.2.tar.gz" upd:version="120" upd:shortVersionString="1.2"/>
+  </item>
+  <item><upd:version>130</upd:version><upd:shortVersionString>1.3</upd:shortVersionString></item>
+  <item><title>No version at all</title></item>
+  <item><upd:version>90</upd:version></item>
+</channel></rss>)";
+
+TEST(Appcast, ReadsVersionsFromElementsOrEnclosureAndPicksTheNewest) {
+    const auto items = parseAppcast(feed);
+    ASSERT_EQ(items.size(), 3u);
+    EXPECT_EQ(items[0].version, "120");
+    EXPECT_EQ(items[0].displayVersion, "1.2");
+    EXPECT_EQ(items[0].downloadURL, "https://example.test/1.2.tar.gz");
+    EXPECT_EQ(items[0].releaseNotesURL, "https://example.test/notes/1.2");
+    EXPECT_EQ(items[1].version, "130");
+    EXPECT_EQ(items[1].displayVersion, "1.3");
+    EXPECT_EQ(items[2].displayVersion, "90"); // falls back on the version
+    EXPECT_EQ(newestUpdate(items, "100")->version, "130");
+    EXPECT_EQ(newestUpdate(items, "130"), std::nullopt);
+}
+
+TEST(Appcast, RejectsWhatIsNotAnRssChannel) {
+    for (const char* text :
+         {"", "not xml", "<rss><channel>", "<feed><entry/></feed>", "<rss version=\"2.0\"></rss>"})
+        EXPECT_THROW(parseAppcast(text), AppcastError) << text;
+    EXPECT_TRUE(parseAppcast("<rss><channel/></rss>").empty());
+}
+
+// Polls until `done` holds, ten seconds at most, so that no test can hang.
+bool waitFor(const std::function<bool()>& done) {
+    for (const auto deadline = std::chrono::steady_clock::now() + 10s;
+         !done() && std::chrono::steady_clock::now() < deadline;)
+        std::this_thread::sleep_for(1ms);
+    return done();
+}
+
+// An update feed on 127.0.0.1 that answers each path with its body in `answers` (404 if it has
+// none). Requests are counted; while `holding` is set, their answers wait.
+class LoopbackFeed {
+public:
+    LoopbackFeed() {
+        server_.Get(".*", [this](const httplib::Request& request, httplib::Response& response) {
+            ++requests;
+            waitFor([this] { return !holding; });
+            const auto found = answers.find(request.path);
+            if (found == answers.end())
+                response.status = 404;
+            else
+                response.set_content(found->second, "application/rss+xml");
+        });
+        port_ = server_.bind_to_any_port("127.0.0.1");
+        thread_ = std::thread([this] { server_.listen_after_bind(); });
+        waitFor([this] { return server_.is_running(); }); // stop() is ignored before then
+    }
+    ~LoopbackFeed() {
+        holding = false;
+        server_.stop();
+        thread_.join();
+    }
+
+    std::string baseURL() const { return "http://127.0.0.1:" + std::to_string(port_); }
+
+    std::map<std::string, std::string> answers; // filled before any check
+    std::atomic<int> requests = 0;
+    std::atomic<bool> holding = false;
+
+private:
+    httplib::Server server_;
+    int port_ = 0;
+    std::thread thread_;
+};
+
 std::string appcastWith(const std::string& version, const std::string& displayVersion) {
-    return R"(<?xml version="1.0"?><rss version="2.0" xmlns:u="urn:example:updates"><channel>)"
-           "<item><title>Release</title><enclosure url=\"https://example.test/a.tar.gz\" "
-           "u:version=\"" +
+    return R"(<rss version="2.0" xmlns:u="urn:example:updates"><channel><item><enclosure )"
+           "url=\"https://example.test/a.tar.gz\" u:version=\"" +
            version + "\" u:shortVersionString=\"" + displayVersion + "\"/></item></channel></rss>";
 }
 
-struct Outcome {
-    UpdateCheckKind kind;
-    std::optional<AppcastItem> update;
-    std::optional<UpdateCheckError::Kind> failure;
-};
-
-class RecordingDelegate : public UpdaterDelegate {
-public:
-    std::string feedURLString() override {
-        std::lock_guard lock(mutex);
-        ++feedRequests;
-        return feedURLs.size() > 1 ? take() : feedURLs.front();
-    }
+// Also the checker's delegate: hands out a new feed path at every check and records each verdict
+// as text.
+class UpdateCheckerTest : public ::testing::Test, public UpdaterDelegate {
+protected:
+    std::string feedURLString() override { return baseURL + "/check-" + std::to_string(++asked); }
     void didFindValidUpdate(const AppcastItem& item, UpdateCheckKind kind) override {
-        outcomes.push_back({kind, item, std::nullopt});
+        record(kind, "found " + item.displayVersion + " (" + item.version + ")");
     }
-    void didNotFindUpdate(UpdateCheckKind kind) override {
-        outcomes.push_back({kind, std::nullopt, std::nullopt});
-    }
+    void didNotFindUpdate(UpdateCheckKind kind) override { record(kind, "none"); }
     void didAbortWithError(const UpdateCheckError& error, UpdateCheckKind kind) override {
         EXPECT_FALSE(error.description().empty());
-        outcomes.push_back({kind, std::nullopt, error.kind()});
+        const char* names[] = {"unreachable", "bad status", "malformed"};
+        record(kind, names[static_cast<int>(error.kind())]);
+    }
+    void record(UpdateCheckKind kind, const std::string& verdict) {
+        outcomes.push_back((kind == UpdateCheckKind::background ? "background: " : "user: ") +
+                           verdict);
     }
 
-    std::mutex mutex;
-    std::vector<std::string> feedURLs; // asked in turn; the last one stays
-    int feedRequests = 0;
-    std::vector<Outcome> outcomes; // main thread only
-
-private:
-    std::string take() {
-        std::string url = feedURLs.front();
-        feedURLs.erase(feedURLs.begin());
-        return url;
+    void makeChecker() {
+        checker = std::make_unique<UpdateChecker>(*this, mainThread, "120",
+                                                  UpdateCheckerOptions{24h, 5s});
     }
-};
-
-class UpdateCheckerTest : public ::testing::Test {
-protected:
-    UpdateCheckerTest() { delegate.feedURLs = {feed.baseURL() + "/api/updates/appcast.xml"}; }
-
-    std::unique_ptr<UpdateChecker> makeChecker(const std::string& currentVersion = "120") {
-        UpdateCheckerOptions options;
-        options.timeout = std::chrono::seconds(5);
-        return std::make_unique<UpdateChecker>(delegate, mainThread, currentVersion, options);
-    }
-
     bool waitForOutcomes(std::size_t count) {
-        return mainThread.runUntil([&] { return delegate.outcomes.size() >= count; },
-                                   std::chrono::seconds(15));
+        return mainThread.runUntil([&] { return outcomes.size() >= count; }, 15s);
+    }
+    // A background check whose answer waits at the feed until the test lets it go.
+    void startHeldCheck() {
+        feed.answers["/check-1"] = feed.answers["/check-2"] = appcastWith("130", "1.3");
+        feed.holding = true;
+        makeChecker();
+        checker->checkForUpdatesInBackground();
+        ASSERT_TRUE(waitFor([this] { return feed.requests == 1; }));
     }
 
-    testing::LoopbackFeed feed;
-    RecordingDelegate delegate;
+    LoopbackFeed feed;
+    std::string baseURL = feed.baseURL(); // changed only before the checker starts
+    std::atomic<int> asked = 0;
+    std::vector<std::string> outcomes; // main thread only
     platform::QueuedMainThread mainThread;
+    std::unique_ptr<UpdateChecker> checker;
 };
 
-TEST_F(UpdateCheckerTest, NewerReleaseIsFound) {
-    feed.serve(appcastWith("130", "1.3"));
-    auto checker = makeChecker("120");
-    checker->checkForUpdates();
-    ASSERT_TRUE(waitForOutcomes(1));
-    const Outcome& outcome = delegate.outcomes[0];
-    EXPECT_EQ(outcome.kind, UpdateCheckKind::userInitiated);
-    ASSERT_TRUE(outcome.update);
-    EXPECT_EQ(outcome.update->displayVersion, "1.3");
-    EXPECT_EQ(outcome.update->version, "130");
-    EXPECT_EQ(feed.paths(), std::vector<std::string>{"/api/updates/appcast.xml"});
-}
-
-TEST_F(UpdateCheckerTest, SameOrOlderReleaseIsNotAnUpdate) {
-    feed.serve(appcastWith("120", "1.2"));
-    auto checker = makeChecker("120");
-    checker->checkForUpdates();
-    ASSERT_TRUE(waitForOutcomes(1));
-    EXPECT_EQ(delegate.outcomes[0].update, std::nullopt);
-    EXPECT_EQ(delegate.outcomes[0].failure, std::nullopt);
-}
-
-TEST_F(UpdateCheckerTest, FailuresAreReportedByKind) {
-    const std::vector<std::pair<std::pair<std::string, int>, UpdateCheckError::Kind>> cases = {
-        {{"<html><body>Maintenance</body></html>", 200}, UpdateCheckError::Kind::malformedFeed},
-        {{"<rss><channel><item>", 200}, UpdateCheckError::Kind::malformedFeed},
-        {{appcastWith("130", "1.3"), 404}, UpdateCheckError::Kind::badStatus},
+TEST_F(UpdateCheckerTest, ComparesTheFeedWithThisBuildAndAsksForItsURLEveryTime) {
+    // The feed's body (none: 404), whether the check runs in the background, the verdict.
+    const std::tuple<std::string, bool, std::string> cases[] = {
+        {appcastWith("130", "1.3"), false, "user: found 1.3 (130)"},
+        {appcastWith("120", "1.2"), false, "user: none"},
+        {appcastWith("110", "1.1"), true, "background: none"},
+        {"<html><body>Maintenance</body></html>", false, "user: malformed"},
+        {"", false, "user: bad status"},
     };
-    auto checker = makeChecker();
-    for (std::size_t i = 0; i < cases.size(); ++i) {
-        feed.serve(cases[i].first.first, cases[i].first.second);
-        checker->checkForUpdates();
-        ASSERT_TRUE(waitForOutcomes(i + 1));
-        EXPECT_EQ(delegate.outcomes[i].failure, cases[i].second) << cases[i].first.first;
-        EXPECT_EQ(delegate.outcomes[i].update, std::nullopt);
+    std::vector<std::string> expected;
+    for (const auto& [body, background, outcome] : cases) {
+        expected.push_back(outcome);
+        if (!body.empty())
+            feed.answers["/check-" + std::to_string(expected.size())] = body;
     }
-}
-
-TEST_F(UpdateCheckerTest, UnreachableFeedIsReported) {
-    std::string closedURL;
-    {
-        testing::LoopbackFeed gone;
-        closedURL = gone.baseURL() + "/api/updates/appcast.xml";
+    makeChecker();
+    for (const auto& [body, background, outcome] : cases) {
+        background ? checker->checkForUpdatesInBackground() : checker->checkForUpdates();
+        ASSERT_TRUE(waitForOutcomes(outcomes.size() + 1)) << outcome;
     }
-    delegate.feedURLs = {closedURL};
-    auto checker = makeChecker();
-    checker->checkForUpdatesInBackground();
-    ASSERT_TRUE(waitForOutcomes(1));
-    EXPECT_EQ(delegate.outcomes[0].failure, UpdateCheckError::Kind::feedUnreachable);
-    EXPECT_EQ(delegate.outcomes[0].kind, UpdateCheckKind::background);
+    EXPECT_EQ(outcomes, expected);
 }
 
-TEST_F(UpdateCheckerTest, FeedURLIsAskedForAtEveryCheck) {
-    feed.serve(appcastWith("100", "1.0"));
-    delegate.feedURLs = {feed.baseURL() + "/first.xml", feed.baseURL() + "/second.xml"};
-    auto checker = makeChecker();
-    checker->checkForUpdates();
-    ASSERT_TRUE(waitForOutcomes(1));
-    checker->checkForUpdates();
-    ASSERT_TRUE(waitForOutcomes(2));
-    EXPECT_EQ(feed.paths(), (std::vector<std::string>{"/first.xml", "/second.xml"}));
-    EXPECT_EQ(delegate.feedRequests, 2);
-}
-
-TEST_F(UpdateCheckerTest, StartingChecksInTheBackgroundAtOnce) {
-    feed.serve(appcastWith("130", "1.3"));
-    auto checker = makeChecker();
+TEST_F(UpdateCheckerTest, StartingChecksAtOnceAndReportsAnUnreachableFeed) {
+    baseURL = LoopbackFeed().baseURL(); // closed again at once
+    makeChecker();
     checker->startUpdater();
     ASSERT_TRUE(waitForOutcomes(1));
-    EXPECT_EQ(delegate.outcomes[0].kind, UpdateCheckKind::background);
+    EXPECT_EQ(outcomes, std::vector<std::string>{"background: unreachable"});
 }
 
 TEST_F(UpdateCheckerTest, ResetDropsTheRunningCheck) {
-    feed.serve(appcastWith("130", "1.3"));
-    feed.hold();
-    auto checker = makeChecker();
-    checker->checkForUpdatesInBackground();
-    ASSERT_TRUE(feed.waitForRequests(1));
-
+    startHeldCheck();
     checker->resetUpdateCycle();
     checker->checkForUpdates();
-    feed.release();
-
+    feed.holding = false;
     ASSERT_TRUE(waitForOutcomes(1));
     mainThread.drain();
-    ASSERT_EQ(delegate.outcomes.size(), 1u);
-    EXPECT_EQ(delegate.outcomes[0].kind, UpdateCheckKind::userInitiated);
+    EXPECT_EQ(outcomes, std::vector<std::string>{"user: found 1.3 (130)"});
 }
 
 TEST_F(UpdateCheckerTest, DestroyedCheckerReportsNothing) {
-    feed.serve(appcastWith("130", "1.3"));
-    feed.hold();
-    auto checker = makeChecker();
-    checker->checkForUpdates();
-    ASSERT_TRUE(feed.waitForRequests(1));
+    startHeldCheck();
     checker.reset();
-    feed.release();
+    feed.holding = false;
     mainThread.drain();
-    EXPECT_TRUE(delegate.outcomes.empty());
+    EXPECT_TRUE(outcomes.empty());
 }
 
 } // namespace
