@@ -12,8 +12,7 @@
 
 namespace lumivesper::tools::testing {
 
-// A real HTTP server on 127.0.0.1 and a free port, serving whatever routes the test sets up on
-// `server` before start().
+// A real HTTP server on 127.0.0.1, serving the routes a test sets up on `server` before start().
 class LoopbackServer {
 public:
     LoopbackServer() = default;
@@ -49,9 +48,8 @@ private:
     std::thread thread_;
 };
 
-// A port on 127.0.0.1 where nothing listens: bound once to learn a free number, then closed
-// without ever listening, so a connection there is refused.
-inline int closedLoopbackPort() {
+// A loopback URL where nothing listens: the port is bound to learn a free number, then closed.
+inline std::string refusingURL(const std::string& path) {
     const int socket = ::socket(AF_INET, SOCK_STREAM, 0);
     sockaddr_in address{};
     address.sin_family = AF_INET;
@@ -61,7 +59,7 @@ inline int closedLoopbackPort() {
         ::getsockname(socket, reinterpret_cast<sockaddr*>(&address), &length) != 0)
         throw std::runtime_error("cannot find a free loopback port");
     ::close(socket);
-    return ntohs(address.sin_port);
+    return "http://127.0.0.1:" + std::to_string(ntohs(address.sin_port)) + path;
 }
 
 } // namespace lumivesper::tools::testing

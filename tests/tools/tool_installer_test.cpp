@@ -1,11 +1,11 @@
 #include "../support/temporary_folder.h"
+#include "loopback_server.h"
 #include "tool_fixture.h"
 #include "tools/process_runner.h"
+#include "tools/tool_coordinator.h"
 #include "tools/tool_error.h"
-#include "tools/tool_health_check.h"
-#include "tools/tool_installer.h"
 
-#include <fstream>
+#include <atomic>
 #include <gtest/gtest.h>
 #include <regex>
 
@@ -13,187 +13,178 @@ namespace lumivesper::tools {
 namespace {
 
 namespace fs = std::filesystem;
+using testing::readFile;
 using testing::upscalerArchive;
-using testing::upscalerPackage;
+using Names = std::vector<std::string>;
 
-std::vector<std::string> entriesOf(const fs::path& folder) {
-    std::vector<std::string> names;
-    for (const auto& entry : fs::directory_iterator(folder))
-        names.push_back(entry.path().filename().string());
-    std::sort(names.begin(), names.end());
-    return names;
-}
-
+// Installs from a local archive, or prepares through a loopback server serving that archive.
 class ToolInstallation : public ::testing::Test {
 protected:
-    ToolError failureOf(const ToolPackage& package, const fs::path& archivePath) {
-        try {
-            installer.install(package, archivePath);
-        } catch (const ToolError& error) {
-            return error;
-        }
-        throw std::runtime_error("the installation succeeded");
+    void SetUp() override {
+        upscalerArchive().write(archive);
+        server.server.Get("/upscaler.zip", [this](const httplib::Request&, httplib::Response& r) {
+            ++downloads;
+            r.set_content(readFile(archive), "application/zip");
+        });
+        server.start();
+        package.archiveURL = server.url("/upscaler.zip");
+    }
+
+    ToolError failureOf(const std::function<void()>& work) {
+        return testing::failureOf<ToolError>(work);
+    }
+    ToolError installFailure() {
+        return failureOf([&] { installer.install(package, archive); });
     }
 
     std::string runInstalled() {
         return runProcess({*state.tool("upscaler")->executable, {}, {}}).standardOutput;
     }
 
+    Names installed() const {
+        Names names;
+        for (const auto& entry : fs::directory_iterator(tools))
+            names.push_back(entry.path().filename().string());
+        return names;
+    }
+
     lumivesper::testing::TemporaryFolder folder;
     fs::path tools = folder.path() / "tools";
     fs::path archive = folder.path() / "upscaler.zip";
-    ToolLogger logger{folder.path() / "tools.log"};
-    ToolState state{folder.path() / "tools-state.json"};
-    ToolInstaller installer{logger, state, tools};
+    ToolPackage package = testing::upscalerPackage();
+    ToolCoordinator coordinator{tools, folder.path() / "tools-state.json",
+                                folder.path() / "tools.log"};
+    ToolInstaller& installer = coordinator.installer();
+    ToolState& state = coordinator.state();
+    std::atomic<int> downloads = 0;
+    testing::LoopbackServer server;
 };
 
 TEST_F(ToolInstallation, InstallsVerifiesAndRecords) {
-    upscalerArchive().write(archive);
-    const ToolInfo info = installer.install(upscalerPackage(), archive);
-
+    const ToolInfo info = installer.install(package, archive);
     EXPECT_EQ(info.status, "installed");
     EXPECT_EQ(info.executable, (tools / "upscaler" / "bin" / "upscale").string());
     EXPECT_EQ(info.modelsDir, (tools / "upscaler" / "models").string());
     EXPECT_EQ(info.version, "1.0");
-    EXPECT_EQ(info.availableModels, (std::vector<std::string>{"x2", "x4"}));
-    ASSERT_TRUE(info.installedAt);
-    EXPECT_TRUE(
-        std::regex_match(*info.installedAt, std::regex(R"(\d{4}-\d\d-\d\dT\d\d:\d\d:\d\dZ)")));
+    EXPECT_EQ(info.availableModels, (Names{"x2", "x4"}));
+    EXPECT_TRUE(std::regex_match(info.installedAt.value_or(""),
+                                 std::regex(R"(\d{4}-\d\d-\d\dT\d\d:\d\d:\d\dZ)")));
     EXPECT_EQ(ToolState(state.stateFile()).tool("upscaler"), info);
     EXPECT_EQ(runInstalled(), "upscaled\n");
-    EXPECT_EQ(entriesOf(tools), std::vector<std::string>{"upscaler"});
+    EXPECT_EQ(installed(), Names{"upscaler"});
 }
 
-TEST_F(ToolInstallation, AReinstallReplacesTheEarlierOne) {
-    upscalerArchive("old").write(archive);
-    installer.install(upscalerPackage(), archive);
+TEST_F(ToolInstallation, AReinstallReplacesAndADamagedArchiveKeepsTheEarlierOne) {
+    installer.install(package, archive);
     upscalerArchive("new").write(archive);
-    installer.install(upscalerPackage(), archive);
-
+    const ToolInfo before = installer.install(package, archive);
     EXPECT_EQ(runInstalled(), "new\n");
-    EXPECT_EQ(entriesOf(tools), std::vector<std::string>{"upscaler"});
-}
 
-TEST_F(ToolInstallation, ADamagedArchiveFailsExtractionAndKeepsTheEarlierInstallation) {
-    upscalerArchive("old").write(archive);
-    const ToolInfo before = installer.install(upscalerPackage(), archive);
     std::ofstream(archive, std::ios::trunc) << "PK not really a zip";
-
-    const ToolError error = failureOf(upscalerPackage(), archive);
+    const ToolError error = installFailure();
     EXPECT_EQ(error.kind(), ToolError::Kind::extractionFailed);
     EXPECT_TRUE(error.underlyingError());
     EXPECT_EQ(state.tool("upscaler"), before);
-    EXPECT_EQ(runInstalled(), "old\n");
-    EXPECT_EQ(entriesOf(tools), std::vector<std::string>{"upscaler"});
+    EXPECT_EQ(runInstalled(), "new\n");
+    EXPECT_EQ(installed(), Names{"upscaler"});
 }
 
-TEST_F(ToolInstallation, AnArchiveWithoutTheProgram) {
-    testing::ZipWriter zip;
-    zip.add("models/x4.bin", "weights");
-    zip.write(archive);
-    EXPECT_EQ(failureOf(upscalerPackage(), archive).kind(), ToolError::Kind::executableNotFound);
-    EXPECT_FALSE(state.tool("upscaler"));
-    EXPECT_TRUE(entriesOf(tools).empty());
-}
+TEST_F(ToolInstallation, VerifiesTheProgramAndTheModels) {
+    package.requiredModels = {"x4", "x8", "x16"};
+    const ToolError missing = installFailure();
+    EXPECT_EQ(missing.kind(), ToolError::Kind::modelsUnavailable);
+    EXPECT_EQ(missing.description(), "Missing required AI models: x8, x16");
 
-TEST_F(ToolInstallation, AProgramThatMayNotRunAndNoModelsFolder) {
     testing::ZipWriter zip;
     zip.add("bin/upscale", "#!/bin/sh\n", 0644);
     zip.write(archive);
-    const ToolError error = failureOf(upscalerPackage(), archive);
-    EXPECT_EQ(error.kind(), ToolError::Kind::verificationFailed);
-    EXPECT_EQ(error.description(), "Installation verification failed:\n"
-                                   "Not an executable file: bin/upscale\n"
-                                   "Models folder missing: models");
-}
-
-TEST_F(ToolInstallation, MissingModelsAreNamed) {
-    upscalerArchive().write(archive);
-    ToolPackage package = upscalerPackage();
-    package.requiredModels = {"x4", "x8", "x16"};
-    const ToolError error = failureOf(package, archive);
-    EXPECT_EQ(error.kind(), ToolError::Kind::modelsUnavailable);
-    EXPECT_EQ(error.description(), "Missing required AI models: x8, x16");
+    EXPECT_EQ(installFailure().description(), "Installation verification failed:\n"
+                                              "Not an executable file: bin/upscale\n"
+                                              "Models folder missing: models");
+    testing::ZipWriter noProgram;
+    noProgram.add("models/x4.bin", "weights");
+    noProgram.write(archive);
+    EXPECT_EQ(installFailure().kind(), ToolError::Kind::executableNotFound);
     EXPECT_FALSE(state.tool("upscaler"));
-}
-
-TEST_F(ToolInstallation, RefusesWhenTheDiskIsTooFullAndUnpacksNothing) {
-    upscalerArchive().write(archive);
-    ToolPackage package = upscalerPackage();
-    package.requiredSpace = installer.availableSpace() + 1'000'000'000'000'000;
-    const ToolError error = failureOf(package, archive);
-    EXPECT_EQ(error.kind(), ToolError::Kind::insufficientDiskSpace);
-    EXPECT_EQ(error.required(), package.requiredSpace);
-    EXPECT_LT(error.available(), error.required());
-    EXPECT_EQ(error.description(),
-              "Not enough disk space. Need " + std::to_string(package.requiredSpace / 1'000'000) +
-                  "MB, but only " + std::to_string(error.available() / 1'000'000) +
-                  "MB available.");
-    EXPECT_TRUE(entriesOf(tools).empty());
-}
-
-TEST_F(ToolInstallation, MeasuresSpaceBeforeTheToolsFolderExists) {
-    ToolInstaller elsewhere(logger, state, folder.path() / "not" / "yet" / "there");
-    EXPECT_GT(elsewhere.availableSpace(), 0);
-    EXPECT_NO_THROW(elsewhere.ensureDiskSpace(1));
+    EXPECT_TRUE(installed().empty());
 }
 
 TEST_F(ToolInstallation, RefusesPackagesThatPointOutsideTheirFolder) {
-    upscalerArchive().write(archive);
     for (auto change : std::vector<void (*)(ToolPackage&)>{
              [](ToolPackage& p) { p.name = "../escape"; }, [](ToolPackage& p) { p.name = ""; },
              [](ToolPackage& p) { p.executable = "../../bin/sh"; },
              [](ToolPackage& p) { p.modelsDirectory = "/etc"; }}) {
-        ToolPackage package = upscalerPackage();
+        package = testing::upscalerPackage();
         change(package);
-        EXPECT_EQ(failureOf(package, archive).kind(), ToolError::Kind::installationFailed);
+        EXPECT_EQ(installFailure().kind(), ToolError::Kind::installationFailed);
     }
     EXPECT_FALSE(fs::exists(tools / "upscaler"));
 }
 
-class ToolHealth : public ::testing::Test {
-protected:
-    void SetUp() override {
-        fs::create_directories(folder.path() / "models");
-        std::ofstream(folder.path() / "models" / "x4.bin") << "weights";
-        std::ofstream(program) << "#!/bin/sh\n";
-        fs::permissions(program, fs::perms::owner_all);
-        tool.status = "installed";
-        tool.executable = program.string();
-        tool.modelsDir = (folder.path() / "models").string();
-    }
+TEST_F(ToolInstallation, AFullDiskIsRefusedBeforeDownloadingOrUnpacking) {
+    package.requiredSpace = installer.availableSpace() + 1'000'000'000'000'000;
+    const ToolError error = installFailure();
+    EXPECT_EQ(error.kind(), ToolError::Kind::insufficientDiskSpace);
+    EXPECT_EQ(error.required(), package.requiredSpace);
+    EXPECT_LT(error.available(), error.required());
+    EXPECT_FALSE(fs::exists(tools / "upscaler"));
+    EXPECT_EQ(failureOf([&] { coordinator.prepare(package); }).kind(),
+              ToolError::Kind::insufficientDiskSpace);
+    EXPECT_EQ(downloads, 0);
 
-    std::vector<std::string> problems(const std::optional<ToolInfo>& info,
-                                      std::vector<std::string> models = {"x4"}) const {
-        return ToolHealthCheck().problems(info, models);
-    }
-
-    lumivesper::testing::TemporaryFolder folder;
-    fs::path program = folder.path() / "upscale";
-    ToolInfo tool;
-};
-
-TEST_F(ToolHealth, AnInstalledToolWithItsModelsIsHealthy) {
-    EXPECT_TRUE(ToolHealthCheck().isHealthy(tool, {"x4"}));
+    ToolInstaller elsewhere(coordinator.logger(), state, folder.path() / "not" / "yet" / "there");
+    EXPECT_NO_THROW(elsewhere.ensureDiskSpace(1)); // measured before the folder exists
 }
 
-TEST_F(ToolHealth, NamesEachProblem) {
-    EXPECT_EQ(problems(std::nullopt), std::vector<std::string>{"Not installed"});
+TEST_F(ToolInstallation, PreparesOnceAndReinstallsADamagedInstallation) {
+    std::vector<double> fractions;
+    const ToolInfo first = coordinator.prepare(package, [&](double f) { fractions.push_back(f); });
+    EXPECT_EQ(first.status, "installed");
+    EXPECT_EQ(downloads, 1);
+    EXPECT_DOUBLE_EQ(fractions.empty() ? 0.0 : fractions.back(), 1.0);
+    EXPECT_EQ(coordinator.readyTool(package), state.tool("upscaler"));
+    EXPECT_EQ(coordinator.prepare(package).installedAt, first.installedAt);
+    EXPECT_EQ(downloads, 1);
 
-    ToolInfo downloading = tool;
-    downloading.status = "downloading";
-    EXPECT_EQ(problems(downloading), std::vector<std::string>{"Status is \"downloading\""});
+    fs::remove(*first.executable);
+    EXPECT_FALSE(coordinator.readyTool(package));
+    coordinator.prepare(package);
+    EXPECT_EQ(downloads, 2);
+    EXPECT_TRUE(fs::exists(*first.executable));
+    EXPECT_NE(readFile(folder.path() / "tools.log").find("Executable missing"), std::string::npos);
+}
 
-    EXPECT_EQ(problems(tool, {"x4", "x2"}), std::vector<std::string>{"Model missing: x2"});
+TEST_F(ToolInstallation, AnUnreachableServerMeansNoNetwork) {
+    package.archiveURL = testing::refusingURL("/upscaler.zip");
+    EXPECT_EQ(failureOf([&] { coordinator.prepare(package); }).kind(),
+              ToolError::Kind::networkUnavailable);
+}
 
+TEST(ToolHealth, NamesEachProblem) {
+    lumivesper::testing::TemporaryFolder folder;
+    const fs::path program = folder.path() / "upscale";
+    const fs::path models = folder.path() / "models";
+    fs::create_directories(models);
+    std::ofstream(models / "x4.bin") << "weights";
+    std::ofstream(program) << "#!/bin/sh\n";
+    fs::permissions(program, fs::perms::owner_all);
+    ToolInfo tool = testing::toolInfo("installed", program, models);
+    const auto problems = [&](Names required = {"x4"}) {
+        return ToolHealthCheck().problems(tool, required);
+    };
+
+    EXPECT_EQ(problems(), Names{});
+    EXPECT_EQ(problems({"x4", "x2"}), Names{"Model missing: x2"});
+    EXPECT_EQ(ToolHealthCheck().problems(std::nullopt, {}), Names{"Not installed"});
+    tool.status = "downloading";
+    EXPECT_EQ(problems(), Names{"Status is \"downloading\""});
+    tool.status = "installed";
     fs::permissions(program, fs::perms::owner_read | fs::perms::owner_write);
-    EXPECT_EQ(problems(tool), std::vector<std::string>{"Not executable: " + program.string()});
-
-    fs::remove_all(folder.path() / "models");
+    EXPECT_EQ(problems(), Names{"Not executable: " + program.string()});
+    fs::remove_all(models);
     fs::remove(program);
-    EXPECT_EQ(problems(tool),
-              (std::vector<std::string>{"Executable missing: " + program.string(),
-                                        "Models folder missing: " + *tool.modelsDir}));
+    EXPECT_EQ(problems(), (Names{"Executable missing: " + program.string(),
+                                 "Models folder missing: " + models.string()}));
 }
 
 } // namespace

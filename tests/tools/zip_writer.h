@@ -1,6 +1,5 @@
 #pragma once
 
-#include <array>
 #include <cstdint>
 #include <filesystem>
 #include <fstream>
@@ -13,65 +12,48 @@ namespace lumivesper::tools::testing {
 // make tool archives without a zip program.
 class ZipWriter {
 public:
-    void add(const std::string& name, const std::string& content, std::uint16_t mode = 0644) {
-        entries_.push_back({name, content, mode});
+    void add(std::string name, std::string content, std::uint16_t mode = 0644) {
+        entries_.push_back({std::move(name), std::move(content), mode});
     }
 
     void write(const std::filesystem::path& path) const {
         std::string archive;
         std::string directory;
-        for (const auto& entry : entries_) {
-            const std::uint32_t offset = static_cast<std::uint32_t>(archive.size());
-            const std::uint32_t checksum = crc32(entry.content);
-            const auto size = static_cast<std::uint32_t>(entry.content.size());
-            const auto nameLength = static_cast<std::uint16_t>(entry.name.size());
+        for (const Entry& entry : entries_) {
+            const std::size_t offset = archive.size();
+            // Version needed, flags, method (stored), time, date, checksum, sizes, name length.
+            const auto common = [&](std::string& out) {
+                put(out, 20, 2);
+                put(out, 0, 6);
+                put(out, dosDate, 2);
+                put(out, crc32(entry.content), 4);
+                put(out, entry.content.size(), 4);
+                put(out, entry.content.size(), 4);
+                put(out, entry.name.size(), 2);
+            };
+            put(archive, 0x04034b50, 4);
+            common(archive);
+            put(archive, 0, 2); // extra
+            archive += entry.name + entry.content;
 
-            put32(archive, 0x04034b50);
-            put16(archive, 20); // version needed
-            put16(archive, 0);  // flags
-            put16(archive, 0);  // stored
-            put16(archive, 0);  // time
-            put16(archive, dosDate);
-            put32(archive, checksum);
-            put32(archive, size);
-            put32(archive, size);
-            put16(archive, nameLength);
-            put16(archive, 0);
-            archive += entry.name;
-            archive += entry.content;
-
-            put32(directory, 0x02014b50);
-            put16(directory, (3 << 8) | 20); // made on Unix, so the permissions count
-            put16(directory, 20);
-            put16(directory, 0);
-            put16(directory, 0);
-            put16(directory, 0);
-            put16(directory, dosDate);
-            put32(directory, checksum);
-            put32(directory, size);
-            put32(directory, size);
-            put16(directory, nameLength);
-            put16(directory, 0); // extra
-            put16(directory, 0); // comment
-            put16(directory, 0); // disk
-            put16(directory, 0); // internal attributes
-            put32(directory, static_cast<std::uint32_t>(0100000 | entry.mode) << 16);
-            put32(directory, offset);
+            put(directory, 0x02014b50, 4);
+            put(directory, (3 << 8) | 20, 2); // made on Unix, so the permissions count
+            common(directory);
+            put(directory, 0, 8); // extra, comment, disk, internal attributes
+            put(directory, std::uint64_t{0100000u | entry.mode} << 16, 4);
+            put(directory, offset, 4);
             directory += entry.name;
         }
-        const auto directoryOffset = static_cast<std::uint32_t>(archive.size());
+        const std::size_t directoryOffset = archive.size();
         archive += directory;
-        put32(archive, 0x06054b50);
-        put16(archive, 0);
-        put16(archive, 0);
-        put16(archive, static_cast<std::uint16_t>(entries_.size()));
-        put16(archive, static_cast<std::uint16_t>(entries_.size()));
-        put32(archive, static_cast<std::uint32_t>(directory.size()));
-        put32(archive, directoryOffset);
-        put16(archive, 0);
-
-        std::ofstream out(path, std::ios::binary | std::ios::trunc);
-        out << archive;
+        put(archive, 0x06054b50, 4);
+        put(archive, 0, 4);
+        put(archive, entries_.size(), 2);
+        put(archive, entries_.size(), 2);
+        put(archive, directory.size(), 4);
+        put(archive, directoryOffset, 4);
+        put(archive, 0, 2);
+        std::ofstream(path, std::ios::binary | std::ios::trunc) << archive;
     }
 
 private:
@@ -83,14 +65,12 @@ private:
 
     static constexpr std::uint16_t dosDate = (44 << 9) | (1 << 5) | 1; // 2024-01-01
 
-    static void put16(std::string& out, std::uint32_t value) {
-        out += static_cast<char>(value & 0xff);
-        out += static_cast<char>((value >> 8) & 0xff);
+    // `value` little-endian in `bytes` bytes.
+    static void put(std::string& out, std::uint64_t value, int bytes) {
+        for (int index = 0; index < bytes; ++index, value >>= 8)
+            out += static_cast<char>(value & 0xff);
     }
-    static void put32(std::string& out, std::uint32_t value) {
-        put16(out, value & 0xffff);
-        put16(out, value >> 16);
-    }
+
     static std::uint32_t crc32(const std::string& data) {
         std::uint32_t crc = 0xffffffffu;
         for (unsigned char byte : data) {
