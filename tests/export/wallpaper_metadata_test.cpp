@@ -44,52 +44,26 @@ const PlistValue& record(const PlistValue& root, std::size_t n) {
     return root.find("si")->array().at(n);
 }
 
-class SolarDocumentTest : public ::testing::Test {
-protected:
-    // Writes the document to bytes and reads it back, as the desktop would.
-    static PlistValue roundTrip(const std::vector<WallpaperImage>& frames) {
-        const auto bytes = writeBinaryPlist(solarDocument(frames));
-        return readBinaryPlist(bytes);
-    }
-};
+// Writes the document to bytes and reads it back, as the desktop would.
+PlistValue roundTrip(const std::vector<WallpaperImage>& frames) {
+    return readBinaryPlist(writeBinaryPlist(solarDocument(frames)));
+}
 
-TEST_F(SolarDocumentTest, LightFlagFollowsIsLightFirstThenTheAltitude) {
-    struct Case {
-        std::optional<double> altitude;
-        std::optional<bool> isLight;
-        std::int64_t expected;
-    };
-    const Case cases[] = {
-        {-6.0, std::nullopt, 0},
-        {-6.0, true, 1},
-        {40.0, false, 0},
-        {0.0, std::nullopt, 1},
-        {std::nullopt, std::nullopt, 1},
-        {-0.0001, std::nullopt, 0},
-    };
+TEST(SolarDocumentTest, LightFlagFollowsIsLightFirstThenTheAltitude) {
+    const std::tuple<std::optional<double>, std::optional<bool>, std::int64_t> cases[] = {
+        {-6.0, {}, 0}, {-6.0, true, 1}, {40.0, false, 0},
+        {0.0, {}, 1},  {{}, {}, 1},     {-0.0001, {}, 0}};
     std::vector<WallpaperImage> frames;
-    for (const auto& c : cases)
-        frames.push_back(frame(c.altitude, 10.0, c.isLight));
+    for (const auto& [altitude, isLight, light] : cases)
+        frames.push_back(frame(altitude, 10.0, isLight));
     const auto root = roundTrip(frames);
     for (std::size_t n = 0; n < std::size(cases); ++n) {
-        const auto& o = *record(root, n).find("o");
-        ASSERT_TRUE(o.isInteger()) << "record " << n;
-        EXPECT_EQ(o.integer(), cases[n].expected) << "record " << n;
+        ASSERT_TRUE(record(root, n).find("o")->isInteger()) << "record " << n;
+        EXPECT_EQ(record(root, n).find("o")->integer(), std::get<2>(cases[n])) << "record " << n;
     }
 }
 
-TEST_F(SolarDocumentTest, RecordsHaveExactlyTheFourKeysWithSequentialIndices) {
-    const auto root = roundTrip({frame(1, 2), frame(3, 4), frame(5, 6)});
-    ASSERT_EQ(root.dictionary().size(), 1u);
-    const auto& records = root.find("si")->array();
-    ASSERT_EQ(records.size(), 3u);
-    for (std::size_t n = 0; n < records.size(); ++n) {
-        EXPECT_EQ(records[n].dictionary().size(), 4u);
-        EXPECT_EQ(records[n].find("i")->integer(), static_cast<std::int64_t>(n));
-    }
-}
-
-TEST_F(SolarDocumentTest, AnglesPassThroughUnroundedAndUnnormalised) {
+TEST(SolarDocumentTest, AnglesPassThroughUnroundedAndUnnormalised) {
     const auto root = roundTrip({frame(12.3456789, 12.3456789), frame(-90.5, 400.25),
                                  frame(95.0, -30.0), frame(std::nullopt, std::nullopt)});
     const std::pair<double, double> expected[] = {
@@ -106,7 +80,7 @@ TEST_F(SolarDocumentTest, AnglesPassThroughUnroundedAndUnnormalised) {
     }
 }
 
-TEST_F(SolarDocumentTest, ValueTypesInTheBytesAreIntegersAndEightByteRealsNeverBooleans) {
+TEST(SolarDocumentTest, ValueTypesInTheBytesAreIntegersAndEightByteRealsNeverBooleans) {
     // Whole-number angles equal to the "o" and "i" values are the trap: they must stay reals.
     const auto bytes =
         writeBinaryPlist(solarDocument({frame(1.0, 0.0, true), frame(0.0, 1.0, false)}));
@@ -126,22 +100,19 @@ TEST_F(SolarDocumentTest, ValueTypesInTheBytesAreIntegersAndEightByteRealsNeverB
     EXPECT_TRUE(record(root, 1).find("i")->isInteger());
 }
 
-TEST_F(SolarDocumentTest, ASingleFrameGivesOneRecord) {
-    const auto root = roundTrip({frame(std::nullopt, std::nullopt)});
-    ASSERT_EQ(root.find("si")->array().size(), 1u);
-    EXPECT_EQ(record(root, 0).find("i")->integer(), 0);
-    EXPECT_EQ(record(root, 0).find("o")->integer(), 1);
-}
-
-TEST_F(SolarDocumentTest, ManyFramesUseWiderReferencesAndStillReadBack) {
+TEST(SolarDocumentTest, RecordsHaveTheFourKeysAndSequentialIndicesEvenWithWideReferences) {
     std::vector<WallpaperImage> frames;
     for (int n = 0; n < 300; ++n)
         frames.push_back(frame(n * 0.25 - 30, n * 1.5));
     const auto root = roundTrip(frames);
+    ASSERT_EQ(root.dictionary().size(), 1u);
     ASSERT_EQ(root.find("si")->array().size(), 300u);
-    EXPECT_EQ(record(root, 299).find("i")->integer(), 299);
-    EXPECT_EQ(record(root, 299).find("a")->real(), 299 * 0.25 - 30);
-    EXPECT_EQ(record(root, 299).find("z")->real(), 299 * 1.5);
+    for (std::size_t n : {0u, 1u, 299u}) {
+        EXPECT_EQ(record(root, n).dictionary().size(), 4u);
+        EXPECT_EQ(record(root, n).find("i")->integer(), static_cast<std::int64_t>(n));
+        EXPECT_EQ(record(root, n).find("a")->real(), n * 0.25 - 30);
+        EXPECT_EQ(record(root, n).find("z")->real(), n * 1.5);
+    }
 }
 
 TEST(AppearanceDocumentTest, HoldsLightZeroAndDarkOneAsIntegersOnly) {
@@ -154,44 +125,15 @@ TEST(AppearanceDocumentTest, HoldsLightZeroAndDarkOneAsIntegersOnly) {
     EXPECT_EQ(bytes, writeBinaryPlist(appearanceDocument()));
 }
 
-TEST(BinaryPlistTest, IntegersOfEverySizeAndSignRoundTrip) {
-    const std::int64_t values[] = {0,  255,      256, 65535, 65536, 4294967295LL, 4294967296LL,
-                                   -1, INT64_MIN};
-    PlistValue::Array array;
-    for (auto v : values)
-        array.emplace_back(v);
-    const auto root = readBinaryPlist(writeBinaryPlist(PlistValue(array)));
-    for (std::size_t n = 0; n < std::size(values); ++n)
-        EXPECT_EQ(root.array()[n].integer(), values[n]);
-}
-
-TEST(BinaryPlistTest, LongAndNonAsciiStringsRoundTrip) {
-    const std::string texts[] = {"", "a", std::string(40, 'x'), "Été — ☀️"};
-    PlistValue::Array array;
-    for (const auto& t : texts)
-        array.emplace_back(t);
-    const auto root = readBinaryPlist(writeBinaryPlist(PlistValue(array)));
-    for (std::size_t n = 0; n < std::size(texts); ++n)
-        EXPECT_EQ(root.array()[n].string(), texts[n]);
-}
-
 TEST(BinaryPlistTest, ReaderRefusesMalformedInput) {
-    auto good = writeBinaryPlist(solarDocument({frame(1, 2)}));
-    std::vector<std::vector<std::uint8_t>> bad = {
-        {},
-        std::vector<std::uint8_t>(good.begin(), good.end() - 1), // truncated trailer
-        std::vector<std::uint8_t>(40, 0),
-    };
-    auto wrongMagic = good;
-    wrongMagic[1] = 'X';
-    bad.push_back(wrongMagic);
-    auto offsetPastEnd = good;
-    offsetPastEnd[offsetPastEnd.size() - 1] = 0xFF; // offset table beyond the trailer
-    bad.push_back(offsetPastEnd);
-    // A dictionary whose value is itself: refs point back to object 0.
-    auto cycle = writeBinaryPlist(PlistValue(PlistValue::Array{PlistValue(1)}));
-    cycle[9] = 0x00; // the array's only reference now names the array
-    bad.push_back(cycle);
+    std::vector bad(5, writeBinaryPlist(solarDocument({frame(1, 2)})));
+    bad[0].clear();
+    bad[1].pop_back(); // truncated trailer
+    bad[2].assign(40, 0);
+    bad[3][1] = 'X';      // wrong magic
+    bad[4].back() = 0xFF; // offset table beyond the trailer
+    bad.push_back(writeBinaryPlist(PlistValue(PlistValue::Array{PlistValue(1)})));
+    bad.back()[9] = 0x00; // the array's only reference now names the array itself
     for (std::size_t n = 0; n < bad.size(); ++n)
         EXPECT_THROW(readBinaryPlist(bad[n]), PlistReadError) << "case " << n;
 }
@@ -220,7 +162,6 @@ TEST(XmpPacketTest, CarriesThePropertyAsADoubleQuotedAttributeOfOneDescription) 
     EXPECT_EQ(packet.find("<apple_desktop:"), std::string::npos); // never the element form
     EXPECT_EQ(packet.find('\''), std::string::npos);
     EXPECT_EQ(packet.find("rdf:Description"), packet.rfind("rdf:Description"));
-    EXPECT_EQ(desktopNamespaceUri.size(), 34u);
 
     const auto found = findDesktopProperty(xmpPacket("apr", "TWFu"));
     ASSERT_TRUE(found);

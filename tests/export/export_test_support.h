@@ -1,13 +1,12 @@
 #pragma once
 
+#include "document/wallpaper_image.h"
 #include "export/upscale/image_upscaling_tool.h"
 #include "platform/image_io.h"
 
 #include <atomic>
-#include <chrono>
-#include <condition_variable>
 #include <functional>
-#include <mutex>
+#include <ostream>
 
 namespace lumivesper::exporting::testing {
 
@@ -34,12 +33,37 @@ public:
         ++upscales;
     }
 
-    mutable std::atomic<int> factorRequests = 0;
-    mutable std::atomic<int> upscales = 0;
+    mutable std::atomic<int> factorRequests = 0, upscales = 0;
     std::function<void(const std::filesystem::path&)> beforeUpscale;
 
 private:
     std::set<int> factors_;
 };
+
+// A solid PNG, `value` in every colour channel, and the image that refers to it.
+inline document::WallpaperImage solidImage(const std::filesystem::path& folder,
+                                           const std::string& name, int width, int height,
+                                           std::uint8_t value = 0) {
+    platform::PixelImage pixels(width, height);
+    for (std::size_t i = 0; i < pixels.rgba.size(); ++i)
+        pixels.rgba[i] = i % 4 == 3 ? 255 : value;
+    document::WallpaperImage image;
+    image.fileName = name;
+    image.sourcePath = folder / name;
+    platform::writePng(pixels, *image.sourcePath);
+    return image;
+}
+
+// One progress report: (current, total, message).
+struct Report {
+    int current;
+    int total;
+    std::string message;
+    bool operator==(const Report&) const = default;
+};
+
+inline void PrintTo(const Report& report, std::ostream* out) {
+    *out << "(" << report.current << ", " << report.total << ", \"" << report.message << "\")";
+}
 
 } // namespace lumivesper::exporting::testing
