@@ -1,56 +1,163 @@
 #pragma once
 
+#include "generation/phase_descriptor.h"
+#include "generation/request_text.h"
+
 #include <chrono>
 #include <condition_variable>
 #include <cstdlib>
+#include <functional>
+#include <gtest/gtest.h>
 #include <httplib.h>
+#include <map>
 #include <mutex>
+#include <nlohmann/json.hpp>
 #include <optional>
 #include <string>
 #include <thread>
+#include <vector>
 
 namespace lumivesper::generation::testing {
 
-// A real HTTP server on 127.0.0.1 and an ephemeral port. Register routes on `server`, then
-// start(). The socket listens from start() on, so requests made at once simply queue.
-class LoopbackServer {
-public:
-    LoopbackServer() = default;
-    ~LoopbackServer() {
-        if (thread_.joinable()) {
-            server.stop();
-            thread_.join();
-        }
-    }
-    LoopbackServer(const LoopbackServer&) = delete;
-    LoopbackServer& operator=(const LoopbackServer&) = delete;
+// What the stand-in server saw of one request.
+struct SeenRequest {
+    std::string method, path, query, contentType, authorization, title;
+    std::string body; // empty for multipart bodies, which arrive parsed in `parts`
+    std::map<std::string, httplib::MultipartFormData> parts;
+};
 
-    void start() {
-        port_ = server.bind_to_any_port("127.0.0.1");
-        thread_ = std::thread([this] { server.listen_after_bind(); });
+// A real HTTP server on 127.0.0.1 and an ephemeral port, answering every GET and POST through
+// `respond` and recording what it saw. It listens from construction on.
+class RecordingServer {
+public:
+    using Responder = std::function<void(const SeenRequest&, httplib::Response&)>;
+
+    RecordingServer() {
+        auto handler = [this](const httplib::Request& request, httplib::Response& response) {
+            const auto header = [&](const char* name) { return request.get_header_value(name); };
+            SeenRequest seen{
+                request.method,          request.path,      {},           header("Content-Type"),
+                header("Authorization"), header("X-Title"), request.body, {}};
+            for (const auto& [name, value] : request.params)
+                seen.query += (seen.query.empty() ? "" : "&") + name + "=" + value;
+            for (const auto& [name, part] : request.files)
+                seen.parts[name] = part;
+            Responder responder;
+            {
+                std::lock_guard lock(mutex_);
+                seen_.push_back(seen);
+                responder = respond_;
+            }
+            if (responder)
+                responder(seen, response);
+        };
+        server_.Get(".*", handler);
+        server_.Post(".*", handler);
+        port_ = server_.bind_to_any_port("127.0.0.1");
+        thread_ = std::thread([this] { server_.listen_after_bind(); });
         // stop() does nothing to a server whose accept loop has not begun yet, so wait for it.
         const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(10);
-        while (!server.is_running() && std::chrono::steady_clock::now() < deadline)
+        while (!server_.is_running() && std::chrono::steady_clock::now() < deadline)
             std::this_thread::yield();
     }
+    ~RecordingServer() { stop(); }
 
+    // Waits for the handlers still running; a subclass whose members they use calls it first.
+    void stop() {
+        server_.stop();
+        if (thread_.joinable())
+            thread_.join();
+    }
+    void respond(Responder responder) {
+        std::lock_guard lock(mutex_);
+        respond_ = std::move(responder);
+    }
+    void answerWith(const std::string& body, int status = 200) {
+        respond([=](const SeenRequest&, httplib::Response& r) {
+            r.status = status;
+            r.set_content(body, "application/json");
+        });
+    }
+    std::vector<SeenRequest> seen(const std::string& path = "") const {
+        std::lock_guard lock(mutex_);
+        std::vector<SeenRequest> found;
+        for (const auto& request : seen_)
+            if (path.empty() || request.path == path)
+                found.push_back(request);
+        return found;
+    }
     std::string url() const { return "http://127.0.0.1:" + std::to_string(port_); }
 
-    httplib::Server server;
-
 private:
+    mutable std::mutex mutex_;
+    std::vector<SeenRequest> seen_;
+    Responder respond_;
+    httplib::Server server_;
     int port_ = 0;
     std::thread thread_;
+};
+
+inline void replyJson(httplib::Response& response, const std::string& json, int status = 200) {
+    response.status = status;
+    response.set_content(json, "application/json");
+}
+
+inline std::string capturedStdout(const std::function<void()>& work) {
+    ::testing::internal::CaptureStdout();
+    work();
+    return ::testing::internal::GetCapturedStdout();
+}
+
+// Stands in for our server through a whole timeline run: tokens, templates that make each request
+// recognisable, and a proxy that answers every phase with the bytes "img:<phase>". `hook` may hold
+// a phase back, or answer it itself with a status other than 200.
+class TimelineServer : public RecordingServer {
+public:
+    static constexpr const char* proxyPath = "/api/proxy/chat/completions";
+
+    TimelineServer() {
+        respond([this](const SeenRequest& seen, httplib::Response& r) {
+            if (seen.path == "/api/token")
+                return replyJson(r, R"({"token":"T","expiresIn":3600})");
+            if (seen.path == "/api/prompts")
+                return replyJson(r, R"({"version":"t","updated":"","templates":{
+                    "original":"ORIGINAL {userPrompt}","relight":"RELIGHT {phaseDescription}"}})");
+            const auto phase = phaseOf(seen);
+            if (hook)
+                hook(phase, r);
+            if (r.status == -1 || r.status == 200)
+                replyJson(r, R"({"choices":[{"message":{"images":[{"image_url":{"url":")" +
+                                 pngDataURL(toBytes("img:" + phase)) + R"("}}]}}]})");
+        });
+    }
+    ~TimelineServer() { stop(); }
+
+    // "original" for the text-only request, else the phase whose description the text carries.
+    static std::string phaseOf(const SeenRequest& seen) {
+        const auto content = nlohmann::json::parse(seen.body).at("messages").at(0).at("content");
+        for (const auto& phase : lightingPhases)
+            if (content.is_array() &&
+                content[0]["text"] == "RELIGHT " + std::string(phase.timeOfDay) + ". " +
+                                          std::string(phase.description))
+                return std::string(phase.name);
+        return "original";
+    }
+    std::vector<std::string> requestedPhases() const {
+        std::vector<std::string> phases;
+        for (const auto& seen : seen(proxyPath))
+            phases.push_back(phaseOf(seen));
+        return phases;
+    }
+
+    std::function<void(const std::string& phase, httplib::Response&)> hook;
 };
 
 // A one-way latch with a deadline, for handlers that must hold a response back.
 class Gate {
 public:
     void open() {
-        {
-            std::lock_guard lock(mutex_);
-            open_ = true;
-        }
+        std::lock_guard lock(mutex_);
+        open_ = true;
         changed_.notify_all();
     }
     bool wait(std::chrono::milliseconds timeout = std::chrono::seconds(10)) {
@@ -67,26 +174,50 @@ private:
 // Sets or removes an environment variable for one scope, then restores it.
 class ScopedEnvironment {
 public:
-    ScopedEnvironment(std::string name, std::optional<std::string> value) : name_(std::move(name)) {
+    ScopedEnvironment(std::string name, const std::optional<std::string>& value)
+        : name_(std::move(name)) {
         if (const char* old = std::getenv(name_.c_str()))
             previous_ = old;
-        if (value)
-            setenv(name_.c_str(), value->c_str(), 1);
-        else
-            unsetenv(name_.c_str());
+        set(value);
     }
-    ~ScopedEnvironment() {
-        if (previous_)
-            setenv(name_.c_str(), previous_->c_str(), 1);
-        else
-            unsetenv(name_.c_str());
-    }
-    ScopedEnvironment(const ScopedEnvironment&) = delete;
-    ScopedEnvironment& operator=(const ScopedEnvironment&) = delete;
+    ~ScopedEnvironment() { set(previous_); }
 
 private:
+    void set(const std::optional<std::string>& value) {
+        value ? setenv(name_.c_str(), value->c_str(), 1) : unsetenv(name_.c_str());
+    }
     std::string name_;
     std::optional<std::string> previous_;
+};
+
+// A clock the test moves by hand. It counts its reads, which tells a test that a caller has
+// reached the point where it reads the time.
+class TestClock {
+public:
+    std::chrono::system_clock::time_point now() {
+        std::lock_guard lock(mutex_);
+        ++reads_;
+        read_.notify_all();
+        return now_;
+    }
+    void advance(std::chrono::seconds by) {
+        std::lock_guard lock(mutex_);
+        now_ += by;
+    }
+    bool waitForReads(int count) {
+        std::unique_lock lock(mutex_);
+        return read_.wait_for(lock, std::chrono::seconds(10), [&] { return reads_ >= count; });
+    }
+    auto function() {
+        return [this] { return now(); };
+    }
+
+private:
+    std::mutex mutex_;
+    std::condition_variable read_;
+    std::chrono::system_clock::time_point now_{
+        std::chrono::sys_days{std::chrono::year{2026} / 6 / 1}};
+    int reads_ = 0;
 };
 
 } // namespace lumivesper::generation::testing

@@ -1,0 +1,220 @@
+#include "../support/temporary_folder.h"
+#include "generation/bundled_resources.h"
+#include "generation/prompt_manager.h"
+#include "generation/token_manager.h"
+#include "loopback_server.h"
+#include "platform/cancellation.h"
+#include "platform/uuid.h"
+
+#include <atomic>
+#include <future>
+
+namespace lumivesper::generation {
+namespace {
+
+std::string promptsJson(const std::string& version, const std::string& letter) {
+    return R"({"version":")" + version + R"(","updated":"2026-01-01","templates":{"original":")" +
+           letter + R"( {userPrompt}","relight":")" + letter + R"( {phaseDescription}"}})";
+}
+
+// The token and the prompt templates, both cached from our server.
+class ServerCacheTest : public ::testing::Test {
+protected:
+    ServerCacheTest() {
+        // Numbers its tokens "T1", "T2", ... in the order the requests arrive.
+        server.respond([this](const testing::SeenRequest&, httplib::Response& r) {
+            const int number = ++posts;
+            if (holdResponses)
+                release.wait();
+            testing::replyJson(r,
+                               R"({"token":"T)" + std::to_string(number) + R"(","expiresIn":)" +
+                                   std::to_string(expiresIn) + "}",
+                               status);
+        });
+    }
+    ~ServerCacheTest() override { release.open(); }
+
+    TokenManager tokenManager() {
+        return TokenManager(server.url(), defaults, {}, clock.function());
+    }
+    // Three callers that all find one fetch in flight: each has read the clock under the lock
+    // before the server answers.
+    std::vector<std::future<std::string>> threeCallers(TokenManager& manager) {
+        holdResponses = true;
+        std::vector<std::future<std::string>> callers;
+        for (int i = 0; i < 3; ++i)
+            callers.push_back(std::async(std::launch::async, [&] { return manager.validToken(); }));
+        EXPECT_TRUE(clock.waitForReads(3));
+        release.open();
+        return callers;
+    }
+    PromptManager promptManager(std::optional<std::string> bundled = promptsJson("b1", "B")) {
+        return PromptManager(
+            server.url(), defaults, {}, [bundled] { return bundled; }, clock.function());
+    }
+    nlohmann::json lastBody() const { return nlohmann::json::parse(server.seen().back().body); }
+
+    lumivesper::testing::TemporaryFolder folder;
+    settings::Defaults defaults{folder.path() / "defaults.json"};
+    testing::TestClock clock;
+    testing::Gate release;
+    std::atomic<int> posts{0}, status{200}, expiresIn{3600};
+    std::atomic<bool> holdResponses{false};
+    testing::RecordingServer server; // last: stopped first
+};
+
+TEST_F(ServerCacheTest, TokenConcurrentCallersShareOneFetch) {
+    auto manager = tokenManager();
+    for (auto& caller : threeCallers(manager))
+        EXPECT_EQ(caller.get(), "T1");
+    EXPECT_EQ(manager.validToken(), "T1");
+    EXPECT_EQ(posts, 1);
+}
+
+TEST_F(ServerCacheTest, TokenConcurrentCallersShareOneFailure) {
+    status = 500;
+    auto manager = tokenManager();
+    for (auto& caller : threeCallers(manager)) {
+        try {
+            caller.get();
+            ADD_FAILURE() << "no failure";
+        } catch (const TokenError& error) {
+            EXPECT_EQ(error.kind(), TokenError::Case::serverError);
+            EXPECT_EQ(error.description(), "Server error: 500");
+        }
+    }
+    EXPECT_EQ(posts, 1);
+    status = 200; // a failure is not cached: the next call fetches afresh
+    EXPECT_EQ(manager.validToken(), "T2");
+}
+
+TEST_F(ServerCacheTest, TokenCancelledCallerLeavesTheFetchToOthers) {
+    holdResponses = true;
+    auto manager = tokenManager();
+    std::stop_source giveUp;
+    auto impatient =
+        std::async(std::launch::async, [&] { return manager.validToken(giveUp.get_token()); });
+    auto patient = std::async(std::launch::async, [&] { return manager.validToken(); });
+    ASSERT_TRUE(clock.waitForReads(2));
+    giveUp.request_stop();
+    ASSERT_EQ(impatient.wait_for(std::chrono::seconds(10)), std::future_status::ready);
+    EXPECT_THROW(impatient.get(), platform::CancellationError);
+    release.open();
+    EXPECT_EQ(patient.get(), "T1");
+    EXPECT_EQ(manager.validToken(), "T1");
+    EXPECT_EQ(posts, 1);
+}
+
+TEST_F(ServerCacheTest, TokenCacheLastsUntilTenMinutesBeforeExpiry) {
+    auto manager = tokenManager();
+    EXPECT_EQ(manager.validToken(), "T1");
+    clock.advance(std::chrono::seconds(2999));
+    EXPECT_EQ(manager.validToken(), "T1");
+    clock.advance(std::chrono::seconds(2));
+    EXPECT_EQ(manager.validToken(), "T2");
+
+    expiresIn = 600; // expired on arrival: fetched at every call
+    clock.advance(std::chrono::seconds(3001));
+    EXPECT_EQ(manager.validToken(), "T3");
+    EXPECT_EQ(manager.validToken(), "T4");
+}
+
+TEST_F(ServerCacheTest, TokenRequestCarriesPersistentDeviceId) {
+    tokenManager().validToken();
+    const auto first = lastBody();
+    EXPECT_EQ(server.seen().back().path, "/api/token");
+    EXPECT_EQ(first.size(), 3u);
+    EXPECT_EQ(first.at("bundleId"), "com.lumivesper.app");
+    EXPECT_EQ(first.at("version"), LUMIVESPER_VERSION);
+    const std::string id = first.at("deviceId");
+    EXPECT_EQ(platform::Uuid::parse(id).value().toString(), id); // upper case, hyphenated
+
+    // A second run of the program reads the same store from disk.
+    settings::Defaults reopened(folder.path() / "defaults.json");
+    EXPECT_EQ(reopened.string(TokenManager::deviceIdKey), id);
+    TokenManager(server.url(), reopened).validToken();
+    EXPECT_EQ(lastBody().at("deviceId"), id);
+
+    EXPECT_THROW(TokenManager("not a server", defaults).validToken(), TokenError);
+    EXPECT_EQ(posts, 2);
+}
+
+// ---- Prompt templates
+
+TEST_F(ServerCacheTest, PromptsDefaultsCopyServesAnHourThenBundledCopyWhenServerIsDown) {
+    defaults.setData(PromptManager::cacheKey, toBytes(promptsJson("5", "D")));
+    server.answerWith("down", 503);
+    auto manager = promptManager();
+    EXPECT_EQ(manager.prompts().version, "5");
+    clock.advance(std::chrono::seconds(3599));
+    EXPECT_EQ(manager.prompts().version, "5");
+    EXPECT_TRUE(server.seen().empty());
+    clock.advance(std::chrono::seconds(2));
+    EXPECT_EQ(manager.prompts().version, "b1");
+    EXPECT_EQ(server.seen().size(), 1u);
+}
+
+TEST_F(ServerCacheTest, PromptsServerCopyIsCachedAndStoredAsReceived) {
+    defaults.setData(PromptManager::cacheKey, toBytes("{not json")); // ignored
+    server.answerWith(promptsJson("7", "S"));
+    auto manager = promptManager();
+    const auto fetched = manager.prompts();
+    EXPECT_EQ(fetched.version, "7");
+    EXPECT_EQ(fetched.updated, "2026-01-01");
+    EXPECT_EQ(fetched.templates.original, "S {userPrompt}");
+    EXPECT_EQ(server.seen().at(0).method, "GET");
+    EXPECT_EQ(server.seen().at(0).path, "/api/prompts");
+    EXPECT_EQ(defaults.data(PromptManager::cacheKey), toBytes(promptsJson("7", "S")));
+
+    EXPECT_EQ(manager.prompts(), fetched);
+    EXPECT_EQ(server.seen().size(), 1u);
+    clock.advance(std::chrono::seconds(3600));
+    manager.prompts();
+    EXPECT_EQ(server.seen().size(), 2u);
+}
+
+TEST_F(ServerCacheTest, PromptsAnswerWithoutTemplatesFallsToBundledCopy) {
+    server.answerWith(R"({"version":"2"})");
+    auto manager = promptManager();
+    const auto console =
+        testing::capturedStdout([&] { EXPECT_EQ(manager.prompts().version, "b1"); });
+    EXPECT_NE(console.find("⚠️  Failed to fetch prompts from server: "), std::string::npos);
+    EXPECT_NE(console.find("✅ Using bundled prompts (vb1)"), std::string::npos);
+    EXPECT_FALSE(defaults.data(PromptManager::cacheKey));
+    manager.prompts(); // a failure caches nothing: the server is asked again
+    EXPECT_EQ(server.seen().size(), 2u);
+}
+
+TEST_F(ServerCacheTest, PromptsNoUsableBundledCopyIsTheOnlyFailure) {
+    server.answerWith("oops", 500);
+    for (const auto& bundled : {std::optional<std::string>(), std::optional<std::string>("{}")}) {
+        try {
+            promptManager(bundled).prompts();
+            FAIL();
+        } catch (const PromptError& error) {
+            EXPECT_EQ(error.kind(), PromptError::Case::noBundledPrompts);
+            EXPECT_EQ(error.description(), "No bundled prompts available");
+        }
+    }
+}
+
+TEST(PromptTemplatesTest, ShippedFileDecodesWithBothPlaceholders) {
+    const auto text = bundledDefaultPrompts();
+    ASSERT_TRUE(text);
+    const auto templates = decodePromptTemplates(*text);
+    EXPECT_NE(templates.templates.original.find("{userPrompt}"), std::string::npos);
+    EXPECT_NE(templates.templates.relight.find("{phaseDescription}"), std::string::npos);
+    EXPECT_EQ(decodePromptTemplates(std::string(embeddedDefaultPrompts())), templates);
+}
+
+TEST(PromptTemplatesTest, RenderSubstitutesLiterallyInOnePass) {
+    EXPECT_EQ(render("Scene: {userPrompt}. {userPrompt}", {{"userPrompt", "lake"}}),
+              "Scene: lake. lake");
+    EXPECT_EQ(render("{a} {UserPrompt}", {{"userPrompt", "x"}}), "{a} {UserPrompt}");
+    EXPECT_EQ(render("Light: {phaseDescription}", {{"phaseDescription", "dusk {userPrompt}"}}),
+              "Light: dusk {userPrompt}");
+    EXPECT_EQ(render("{x}{x}", {{"x", "{x}"}}), "{x}{x}");
+}
+
+} // namespace
+} // namespace lumivesper::generation
