@@ -1,28 +1,21 @@
 #pragma once
 
-#include <arpa/inet.h>
 #include <chrono>
 #include <httplib.h>
-#include <netinet/in.h>
 #include <stdexcept>
 #include <string>
-#include <sys/socket.h>
 #include <thread>
-#include <unistd.h>
 
 namespace lumivesper::tools::testing {
 
 // A real HTTP server on 127.0.0.1, serving the routes a test sets up on `server` before start().
 class LoopbackServer {
 public:
-    LoopbackServer() = default;
     ~LoopbackServer() {
         server.stop();
         if (thread_.joinable())
             thread_.join();
     }
-    LoopbackServer(const LoopbackServer&) = delete;
-    LoopbackServer& operator=(const LoopbackServer&) = delete;
 
     void start() {
         port_ = server.bind_to_any_port("127.0.0.1");
@@ -48,18 +41,11 @@ private:
     std::thread thread_;
 };
 
-// A loopback URL where nothing listens: the port is bound to learn a free number, then closed.
+// A loopback URL where nothing listens any more.
 inline std::string refusingURL(const std::string& path) {
-    const int socket = ::socket(AF_INET, SOCK_STREAM, 0);
-    sockaddr_in address{};
-    address.sin_family = AF_INET;
-    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-    socklen_t length = sizeof address;
-    if (socket < 0 || ::bind(socket, reinterpret_cast<sockaddr*>(&address), length) != 0 ||
-        ::getsockname(socket, reinterpret_cast<sockaddr*>(&address), &length) != 0)
-        throw std::runtime_error("cannot find a free loopback port");
-    ::close(socket);
-    return "http://127.0.0.1:" + std::to_string(ntohs(address.sin_port)) + path;
+    LoopbackServer stopped;
+    stopped.start();
+    return stopped.url(path);
 }
 
 } // namespace lumivesper::tools::testing

@@ -2,16 +2,21 @@
 #include "platform/cancellation.h"
 #include "tool_fixture.h"
 #include "tools/process_runner.h"
+#include "tools/tool_coordinator.h"
+#include "tools/tool_error.h"
+#include "tools/tool_executor.h"
 
 #include <csignal>
 #include <future>
 #include <gtest/gtest.h>
+#include <regex>
 #include <thread>
 
 namespace lumivesper::tools {
 namespace {
 
 namespace fs = std::filesystem;
+using testing::failureOf;
 using testing::readFile;
 
 ProcessRunContext shell(const std::string& script, std::optional<fs::path> directory = {}) {
@@ -19,7 +24,7 @@ ProcessRunContext shell(const std::string& script, std::optional<fs::path> direc
 }
 
 ProcessRunnerError failedRun(const ProcessRunContext& context) {
-    return testing::failureOf<ProcessRunnerError>([&] { runProcess(context); });
+    return failureOf<ProcessRunnerError>([&] { runProcess(context); });
 }
 
 bool waitFor(const std::function<bool()>& condition) {
@@ -35,24 +40,21 @@ protected:
     lumivesper::testing::TemporaryFolder folder;
 };
 
-TEST_F(ProcessRuns, PassesArgumentsAndDirectoryAndCapturesBothStreams) {
+TEST_F(ProcessRuns, PassesArgumentsAndDirectoryAndCapturesBothStreamsPastAPipesSize) {
     const ProcessResult result = runProcess(ProcessRunContext{
         "/bin/sh",
-        {"-c", "cat; pwd -P; printf '%s|' \"$@\"; printf err >&2", "sh", "a b", "", "*"},
+        {"-c",
+         "cat; pwd -P; printf '%s|' \"$@\"; head -c 300000 /dev/zero | tr '\\0' a; "
+         "head -c 200000 /dev/zero | tr '\\0' e >&2",
+         "sh", "a b", "", "*"},
         folder.path()});
     EXPECT_EQ(result.exitCode, 0);
     EXPECT_FALSE(result.terminationSignal);
-    EXPECT_EQ(result.standardOutput, fs::canonical(folder.path()).string() + "\na b||*|");
-    EXPECT_EQ(result.standardError, "err");
+    EXPECT_EQ(result.standardOutput,
+              fs::canonical(folder.path()).string() + "\na b||*|" + std::string(300000, 'a'));
+    EXPECT_EQ(result.standardError, std::string(200000, 'e'));
 
     EXPECT_THROW(runProcess(shell("true", folder.path() / "absent")), std::system_error);
-}
-
-TEST_F(ProcessRuns, CapturesOutputLargerThanAPipe) {
-    const ProcessResult result =
-        runProcess(shell("head -c 300000 /dev/zero | tr '\\0' a; head -c 200000 /dev/zero >&2"));
-    EXPECT_EQ(result.standardOutput, std::string(300000, 'a'));
-    EXPECT_EQ(result.standardError.size(), 200000u);
 }
 
 TEST_F(ProcessRuns, ANonZeroExitIsDescribedByTheTrimmedErrorOrElseTheOutput) {
@@ -73,13 +75,9 @@ TEST_F(ProcessRuns, ANonZeroExitIsDescribedByTheTrimmedErrorOrElseTheOutput) {
         EXPECT_EQ(error.result()->exitCode, 3);
         EXPECT_EQ(error.context()->arguments.back(), script);
     }
-}
-
-TEST_F(ProcessRuns, ASignalIsAFailureWithTheShellsExitCode) {
-    const auto error = failedRun(shell("kill -9 $$"));
-    ASSERT_TRUE(error.result());
-    EXPECT_EQ(error.result()->terminationSignal, SIGKILL);
-    EXPECT_EQ(error.result()->exitCode, 128 + SIGKILL);
+    const auto killed = failedRun(shell("kill -9 $$"));
+    EXPECT_EQ(killed.result()->terminationSignal, SIGKILL);
+    EXPECT_EQ(killed.result()->exitCode, 128 + SIGKILL);
 }
 
 TEST_F(ProcessRuns, AMissingOrUnrunnableProgramIsAMissingExecutable) {
@@ -101,9 +99,8 @@ TEST_F(ProcessRuns, ReturnsWhenTheProgramEndsEvenIfItsChildKeepsTheStreams) {
 TEST_F(ProcessRuns, AStopKillsTheProgramAndWhatItStartedOrRunsNothing) {
     std::stop_source stop;
     auto run = std::async(std::launch::async, [&] {
-        runProcess(
-            shell("sleep 60 & echo $! > child.tmp; mv child.tmp started; wait", folder.path()),
-            stop.get_token());
+        runProcess(shell("sleep 60 & echo $! > pid; mv pid started; wait", folder.path()),
+                   stop.get_token());
     });
     ASSERT_TRUE(waitFor([&] { return fs::exists(folder.path() / "started"); }));
     const std::string child = std::to_string(std::stoi(readFile(folder.path() / "started")));
@@ -120,6 +117,83 @@ TEST_F(ProcessRuns, AStopKillsTheProgramAndWhatItStartedOrRunsNothing) {
     EXPECT_THROW(runProcess(shell("touch ran", folder.path()), stop.get_token()),
                  platform::CancellationError);
     EXPECT_FALSE(fs::exists(folder.path() / "ran"));
+}
+
+// A stand-in tool that runs out of memory above 256-pixel tiles and notes every attempt.
+class ToolTileSizes : public ProcessRuns {
+protected:
+    void SetUp() override {
+        std::ofstream(script)
+            << "#!/bin/sh\necho \"$1\" >> attempts.txt\n"
+               "if [ \"$1\" -gt 256 ]; then echo 'out of memory' >&2; exit 1; fi\n";
+        fs::permissions(script, fs::perms::owner_all);
+        coordinator.state().replace(
+            ToolStateData{"1", {{"upscaler", testing::toolInfo("installed", script)}}});
+    }
+
+    UpscaleRecord upscale(std::vector<int> tileSizes, const std::string& model = "x4") {
+        return executor.runWithTileSizes("upscaler", model, std::move(tileSizes), [&](int size) {
+            ++contextsMade;
+            return ProcessRunContext{script, {std::to_string(size)}, folder.path()};
+        });
+    }
+
+    fs::path script = folder.path() / "tool.sh";
+    ToolCoordinator coordinator{folder.path() / "tools", folder.path() / "tools-state.json",
+                                folder.path() / "tools.log"};
+    ToolExecutor executor{coordinator.logger(), coordinator};
+    int contextsMade = 0;
+};
+
+TEST_F(ToolTileSizes, FallsBackToSmallerTilesAndStartsWithTheOneThatWorked) {
+    const UpscaleRecord record = upscale({512, 256, 128});
+    EXPECT_EQ(record.tileSize, 256);
+    EXPECT_EQ(record.model, "x4");
+    EXPECT_EQ(ToolState(folder.path() / "tools-state.json").tool("upscaler")->lastSuccessfulUpscale,
+              record);
+    upscale({512, 256, 128});
+    upscale({512, 256, 128}, "x2");
+    EXPECT_EQ(readFile(folder.path() / "attempts.txt"), "512\n256\n256\n512\n256\n");
+
+    const std::string log = readFile(folder.path() / "tools.log");
+    EXPECT_NE(log.find("Running " + script.string() + " 512 in "), std::string::npos) << log;
+    EXPECT_NE(log.find("Failed: Process failed with exit code 1 (tool.sh): out of memory\n"),
+              std::string::npos);
+    EXPECT_NE(log.find("Finished tool.sh"), std::string::npos);
+}
+
+TEST_F(ToolTileSizes, ListsEveryAttemptWhenAllFailAndEndsAtOnceWithoutAProgram) {
+    const ToolError error = failureOf<ToolError>([&] { upscale({1024, 512}); });
+    EXPECT_EQ(error.kind(), ToolError::Kind::allTileSizesFailed);
+    EXPECT_EQ(error.description(),
+              "Upscaling failed with all tile sizes:\n"
+              "1024: Process failed with exit code 1 (tool.sh): out of memory\n"
+              "512: Process failed with exit code 1 (tool.sh): out of memory\n"
+              "\nTry reducing image resolution.");
+    EXPECT_FALSE(coordinator.state().tool("upscaler")->lastSuccessfulUpscale);
+
+    fs::remove(script);
+    contextsMade = 0;
+    EXPECT_EQ(failureOf<ProcessRunnerError>([&] {
+                  upscale({512, 256});
+              }).kind(),
+              ProcessRunnerError::Kind::missingExecutable);
+    EXPECT_EQ(contextsMade, 1);
+}
+
+TEST(ToolLogging, WritesOneTimestampedLinePerMessageOrNothingWithoutAFile) {
+    lumivesper::testing::TemporaryFolder folder;
+    ToolLogger(std::nullopt).log("nothing");
+    EXPECT_TRUE(fs::is_empty(folder.path()));
+
+    ToolLogger logger(folder.path() / "logs" / "tools.log");
+    logger.log("first\nsecond");
+    logger.log("third");
+    const std::string log = readFile(folder.path() / "logs" / "tools.log");
+    EXPECT_TRUE(
+        std::regex_match(log, std::regex(R"(\d{4}-\d\d-\d\dT\d\d:\d\d:\d\dZ first \| second\n)"
+                                         R"(\d{4}-\d\d-\d\dT\d\d:\d\d:\d\dZ third\n)")))
+        << log;
 }
 
 } // namespace

@@ -55,7 +55,7 @@ class ToolDownloads : public ::testing::Test {
 protected:
     void SetUp() override {
         for (std::size_t index = 0; index < body.size(); ++index)
-            body[index] = static_cast<char>('a' + index % 26);
+            body[index] = static_cast<char>('a' + index % 26); // misplaced bytes show
         server.server.Get("/known", [this](const httplib::Request&, httplib::Response& response) {
             response.set_content(body, "application/zip");
         });
@@ -69,14 +69,7 @@ protected:
                     return true;
                 });
         });
-        server.server.Get("/missing", [](const httplib::Request&, httplib::Response& response) {
-            response.status = 404;
-        });
         server.start();
-    }
-
-    ToolError failureAt(const std::string& url) {
-        return failureOf<ToolError>([&] { downloader.download(url); });
     }
 
     std::string body = std::string(600'000, ' ');
@@ -110,24 +103,27 @@ TEST_F(ToolDownloads, DeliversTheBodyWithFractionsOnlyForAKnownLength) {
     EXPECT_TRUE(fs::is_empty(downloads)) << "nothing of the transfers is left behind";
 }
 
-TEST_F(ToolDownloads, ANotFoundFailsWithItsStatusAndKeepsNoFile) {
-    const ToolError error = failureAt(server.url("/missing"));
-    EXPECT_EQ(error.kind(), ToolError::Kind::downloadFailed);
-    EXPECT_EQ(error.statusCode(), 404);
-    EXPECT_EQ(error.description(), "Download failed (HTTP 404). Check your internet connection.");
-    EXPECT_TRUE(fs::is_empty(downloads));
-    EXPECT_EQ(std::distance(fs::directory_iterator(folder.path()), fs::directory_iterator()), 1);
-}
+TEST_F(ToolDownloads, AFailureGivesItsStatusOrCauseAndKeepsNoFile) {
+    const ToolError notFound =
+        failureOf<ToolError>([&] { downloader.download(server.url("/missing")); });
+    EXPECT_EQ(notFound.kind(), ToolError::Kind::downloadFailed);
+    EXPECT_EQ(notFound.statusCode(), 404);
+    EXPECT_EQ(notFound.description(),
+              "Download failed (HTTP 404). Check your internet connection.");
 
-TEST_F(ToolDownloads, ARefusedConnectionFailsWithItsCause) {
-    const ToolError error = failureAt(testing::refusingURL("/tool.zip"));
-    EXPECT_FALSE(error.statusCode());
-    EXPECT_EQ(error.description(), "Download failed. Check your internet connection.");
-    ASSERT_TRUE(error.underlyingError());
-    const auto cause =
-        failureOf<platform::HttpError>([&] { std::rethrow_exception(error.underlyingError()); });
-    EXPECT_EQ(cause.kind(), platform::HttpError::Kind::cannotConnect);
+    const ToolError refused =
+        failureOf<ToolError>([&] { downloader.download(testing::refusingURL("/")); });
+    EXPECT_FALSE(refused.statusCode());
+    EXPECT_EQ(refused.description(), "Download failed. Check your internet connection.");
+    ASSERT_TRUE(refused.underlyingError());
+    EXPECT_EQ(failureOf<platform::HttpError>([&] {
+                  std::rethrow_exception(refused.underlyingError());
+              }).kind(),
+              platform::HttpError::Kind::cannotConnect);
+
     EXPECT_TRUE(fs::is_empty(downloads));
+    EXPECT_EQ(std::distance(fs::directory_iterator(folder.path()), fs::directory_iterator()), 1)
+        << "nothing but the transfer folder";
 }
 
 TEST_F(ToolDownloads, ACancelledDownloadIsACancellation) {

@@ -14,14 +14,13 @@ namespace {
 
 namespace fs = std::filesystem;
 using testing::readFile;
-using testing::upscalerArchive;
 using Names = std::vector<std::string>;
 
 // Installs from a local archive, or prepares through a loopback server serving that archive.
 class ToolInstallation : public ::testing::Test {
 protected:
     void SetUp() override {
-        upscalerArchive().write(archive);
+        testing::upscalerArchive().write(archive);
         server.server.Get("/upscaler.zip", [this](const httplib::Request&, httplib::Response& r) {
             ++downloads;
             r.set_content(readFile(archive), "application/zip");
@@ -30,22 +29,13 @@ protected:
         package.archiveURL = server.url("/upscaler.zip");
     }
 
-    ToolError failureOf(const std::function<void()>& work) {
-        return testing::failureOf<ToolError>(work);
-    }
-    ToolError installFailure() {
-        return failureOf([&] { installer.install(package, archive); });
+    ToolError failureOf(const std::function<void()>& work = {}) {
+        return testing::failureOf<ToolError>(
+            work ? work : [&] { coordinator.installer().install(package, archive); });
     }
 
     std::string runInstalled() {
         return runProcess({*state.tool("upscaler")->executable, {}, {}}).standardOutput;
-    }
-
-    Names installed() const {
-        Names names;
-        for (const auto& entry : fs::directory_iterator(tools))
-            names.push_back(entry.path().filename().string());
-        return names;
     }
 
     lumivesper::testing::TemporaryFolder folder;
@@ -54,14 +44,14 @@ protected:
     ToolPackage package = testing::upscalerPackage();
     ToolCoordinator coordinator{tools, folder.path() / "tools-state.json",
                                 folder.path() / "tools.log"};
-    ToolInstaller& installer = coordinator.installer();
     ToolState& state = coordinator.state();
     std::atomic<int> downloads = 0;
     testing::LoopbackServer server;
 };
 
-TEST_F(ToolInstallation, InstallsVerifiesAndRecords) {
-    const ToolInfo info = installer.install(package, archive);
+TEST_F(ToolInstallation, PreparesOnceAndReinstallsADamagedInstallation) {
+    std::vector<double> fractions;
+    const ToolInfo info = coordinator.prepare(package, [&](double f) { fractions.push_back(f); });
     EXPECT_EQ(info.status, "installed");
     EXPECT_EQ(info.executable, (tools / "upscaler" / "bin" / "upscale").string());
     EXPECT_EQ(info.modelsDir, (tools / "upscaler" / "models").string());
@@ -71,42 +61,52 @@ TEST_F(ToolInstallation, InstallsVerifiesAndRecords) {
                                  std::regex(R"(\d{4}-\d\d-\d\dT\d\d:\d\d:\d\dZ)")));
     EXPECT_EQ(ToolState(state.stateFile()).tool("upscaler"), info);
     EXPECT_EQ(runInstalled(), "upscaled\n");
-    EXPECT_EQ(installed(), Names{"upscaler"});
+    EXPECT_DOUBLE_EQ(fractions.empty() ? 0.0 : fractions.back(), 1.0);
+    EXPECT_EQ(coordinator.readyTool(package), state.tool("upscaler"));
+    EXPECT_EQ(coordinator.prepare(package).installedAt, info.installedAt);
+    EXPECT_EQ(downloads, 1);
+
+    fs::remove(*info.executable);
+    EXPECT_FALSE(coordinator.readyTool(package));
+    coordinator.prepare(package);
+    EXPECT_EQ(downloads, 2);
+    EXPECT_TRUE(fs::exists(*info.executable));
+    EXPECT_NE(readFile(folder.path() / "tools.log").find("Executable missing"), std::string::npos);
 }
 
 TEST_F(ToolInstallation, AReinstallReplacesAndADamagedArchiveKeepsTheEarlierOne) {
-    installer.install(package, archive);
-    upscalerArchive("new").write(archive);
-    const ToolInfo before = installer.install(package, archive);
+    coordinator.installer().install(package, archive);
+    testing::upscalerArchive("new").write(archive);
+    const ToolInfo before = coordinator.installer().install(package, archive);
     EXPECT_EQ(runInstalled(), "new\n");
 
     std::ofstream(archive, std::ios::trunc) << "PK not really a zip";
-    const ToolError error = installFailure();
+    const ToolError error = failureOf();
     EXPECT_EQ(error.kind(), ToolError::Kind::extractionFailed);
     EXPECT_TRUE(error.underlyingError());
     EXPECT_EQ(state.tool("upscaler"), before);
     EXPECT_EQ(runInstalled(), "new\n");
-    EXPECT_EQ(installed(), Names{"upscaler"});
+    EXPECT_EQ(std::distance(fs::directory_iterator(tools), fs::directory_iterator()), 1)
+        << "nothing but the installed tool";
 }
 
 TEST_F(ToolInstallation, VerifiesTheProgramAndTheModels) {
     package.requiredModels = {"x4", "x8", "x16"};
-    const ToolError missing = installFailure();
-    EXPECT_EQ(missing.kind(), ToolError::Kind::modelsUnavailable);
-    EXPECT_EQ(missing.description(), "Missing required AI models: x8, x16");
+    EXPECT_EQ(failureOf().description(), "Missing required AI models: x8, x16");
+    package.requiredModels = {"x4"};
 
     testing::ZipWriter zip;
     zip.add("bin/upscale", "#!/bin/sh\n", 0644);
     zip.write(archive);
-    EXPECT_EQ(installFailure().description(), "Installation verification failed:\n"
-                                              "Not an executable file: bin/upscale\n"
-                                              "Models folder missing: models");
+    EXPECT_EQ(failureOf().description(), "Installation verification failed:\n"
+                                         "Not an executable file: bin/upscale\n"
+                                         "Models folder missing: models");
     testing::ZipWriter noProgram;
     noProgram.add("models/x4.bin", "weights");
     noProgram.write(archive);
-    EXPECT_EQ(installFailure().kind(), ToolError::Kind::executableNotFound);
+    EXPECT_EQ(failureOf().kind(), ToolError::Kind::executableNotFound);
     EXPECT_FALSE(state.tool("upscaler"));
-    EXPECT_TRUE(installed().empty());
+    EXPECT_TRUE(fs::is_empty(tools));
 }
 
 TEST_F(ToolInstallation, RefusesPackagesThatPointOutsideTheirFolder) {
@@ -116,45 +116,21 @@ TEST_F(ToolInstallation, RefusesPackagesThatPointOutsideTheirFolder) {
              [](ToolPackage& p) { p.modelsDirectory = "/etc"; }}) {
         package = testing::upscalerPackage();
         change(package);
-        EXPECT_EQ(installFailure().kind(), ToolError::Kind::installationFailed);
+        EXPECT_EQ(failureOf().kind(), ToolError::Kind::installationFailed);
     }
     EXPECT_FALSE(fs::exists(tools / "upscaler"));
 }
 
-TEST_F(ToolInstallation, AFullDiskIsRefusedBeforeDownloadingOrUnpacking) {
-    package.requiredSpace = installer.availableSpace() + 1'000'000'000'000'000;
-    const ToolError error = installFailure();
-    EXPECT_EQ(error.kind(), ToolError::Kind::insufficientDiskSpace);
-    EXPECT_EQ(error.required(), package.requiredSpace);
-    EXPECT_LT(error.available(), error.required());
+TEST_F(ToolInstallation, RefusesAFullDiskBeforeDownloadingOrUnpackingAndAnUnreachableServer) {
+    package.requiredSpace = coordinator.installer().availableSpace() + 1'000'000'000'000'000;
+    EXPECT_EQ(failureOf().kind(), ToolError::Kind::insufficientDiskSpace);
     EXPECT_FALSE(fs::exists(tools / "upscaler"));
-    EXPECT_EQ(failureOf([&] { coordinator.prepare(package); }).kind(),
-              ToolError::Kind::insufficientDiskSpace);
+    EXPECT_EQ(failureOf([&] { coordinator.prepare(package); }).required(), package.requiredSpace);
     EXPECT_EQ(downloads, 0);
-
     ToolInstaller elsewhere(coordinator.logger(), state, folder.path() / "not" / "yet" / "there");
     EXPECT_NO_THROW(elsewhere.ensureDiskSpace(1)); // measured before the folder exists
-}
 
-TEST_F(ToolInstallation, PreparesOnceAndReinstallsADamagedInstallation) {
-    std::vector<double> fractions;
-    const ToolInfo first = coordinator.prepare(package, [&](double f) { fractions.push_back(f); });
-    EXPECT_EQ(first.status, "installed");
-    EXPECT_EQ(downloads, 1);
-    EXPECT_DOUBLE_EQ(fractions.empty() ? 0.0 : fractions.back(), 1.0);
-    EXPECT_EQ(coordinator.readyTool(package), state.tool("upscaler"));
-    EXPECT_EQ(coordinator.prepare(package).installedAt, first.installedAt);
-    EXPECT_EQ(downloads, 1);
-
-    fs::remove(*first.executable);
-    EXPECT_FALSE(coordinator.readyTool(package));
-    coordinator.prepare(package);
-    EXPECT_EQ(downloads, 2);
-    EXPECT_TRUE(fs::exists(*first.executable));
-    EXPECT_NE(readFile(folder.path() / "tools.log").find("Executable missing"), std::string::npos);
-}
-
-TEST_F(ToolInstallation, AnUnreachableServerMeansNoNetwork) {
+    package = testing::upscalerPackage();
     package.archiveURL = testing::refusingURL("/upscaler.zip");
     EXPECT_EQ(failureOf([&] { coordinator.prepare(package); }).kind(),
               ToolError::Kind::networkUnavailable);

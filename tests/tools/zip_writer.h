@@ -12,7 +12,7 @@ namespace lumivesper::tools::testing {
 // make tool archives without a zip program.
 class ZipWriter {
 public:
-    void add(std::string name, std::string content, std::uint16_t mode = 0644) {
+    void add(std::string name, std::string content, std::uint32_t mode = 0644) {
         entries_.push_back({std::move(name), std::move(content), mode});
     }
 
@@ -20,29 +20,27 @@ public:
         std::string archive;
         std::string directory;
         for (const Entry& entry : entries_) {
-            const std::size_t offset = archive.size();
-            // Version needed, flags, method (stored), time, date, checksum, sizes, name length.
-            const auto common = [&](std::string& out) {
-                put(out, 20, 2);
-                put(out, 0, 6);
-                put(out, dosDate, 2);
-                put(out, crc32(entry.content), 4);
-                put(out, entry.content.size(), 4);
-                put(out, entry.content.size(), 4);
-                put(out, entry.name.size(), 2);
-            };
-            put(archive, 0x04034b50, 4);
-            common(archive);
-            put(archive, 0, 2); // extra
-            archive += entry.name + entry.content;
+            // Version needed, no flags, stored, no time, date, checksum, sizes, name length, no
+            // extra field: the same in the local header and the central directory.
+            std::string common;
+            put(common, 20, 2);
+            put(common, 0, 6);
+            put(common, (44 << 9) | (1 << 5) | 1, 2); // 2024-01-01
+            put(common, crc32(entry.content), 4);
+            put(common, entry.content.size(), 4);
+            put(common, entry.content.size(), 4);
+            put(common, entry.name.size(), 4);
 
             put(directory, 0x02014b50, 4);
             put(directory, (3 << 8) | 20, 2); // made on Unix, so the permissions count
-            common(directory);
-            put(directory, 0, 8); // extra, comment, disk, internal attributes
-            put(directory, std::uint64_t{0100000u | entry.mode} << 16, 4);
-            put(directory, offset, 4);
+            directory += common;
+            put(directory, 0, 6); // comment, disk, internal attributes
+            put(directory, (0100000u | entry.mode) << 16, 4);
+            put(directory, archive.size(), 4);
             directory += entry.name;
+
+            put(archive, 0x04034b50, 4);
+            archive += common + entry.name + entry.content;
         }
         const std::size_t directoryOffset = archive.size();
         archive += directory;
@@ -58,12 +56,9 @@ public:
 
 private:
     struct Entry {
-        std::string name;
-        std::string content;
-        std::uint16_t mode;
+        std::string name, content;
+        std::uint32_t mode;
     };
-
-    static constexpr std::uint16_t dosDate = (44 << 9) | (1 << 5) | 1; // 2024-01-01
 
     // `value` little-endian in `bytes` bytes.
     static void put(std::string& out, std::uint64_t value, int bytes) {
