@@ -7,6 +7,7 @@
 #include <atomic>
 #include <functional>
 #include <ostream>
+#include <string>
 
 namespace lumivesper::exporting::testing {
 
@@ -52,6 +53,16 @@ inline document::WallpaperImage solidImage(const std::filesystem::path& folder,
     image.sourcePath = folder / name;
     platform::writePng(pixels, *image.sourcePath);
     return image;
+}
+
+// The description of the Error that `call` throws, or "no error".
+template <typename Error, typename Call> std::string failure(Call&& call) {
+    try {
+        call();
+    } catch (const Error& error) {
+        return error.description();
+    }
+    return "no error";
 }
 
 // One progress report: (current, total, message).

@@ -107,12 +107,11 @@ TEST_F(FramePreparationTest, OptimizedPathBlendsTweensFromUpscaledKeysWithWrapAr
 }
 
 TEST_F(FramePreparationTest, OnlyTweensCannotBeUpscaled) {
-    try {
-        prepare({grey("t.png", 1, 5, true), grey("u.png", 1, 6, true)}, upscaling(false), 4);
-        FAIL();
-    } catch (const HeicGeneratorError& error) {
-        EXPECT_EQ(error.description(), "Invalid configuration: No key frames found (only tweens)");
-    }
+    EXPECT_EQ(
+        testing::failure<HeicGeneratorError>([&] {
+            prepare({grey("t.png", 1, 5, true), grey("u.png", 1, 6, true)}, upscaling(false), 4);
+        }),
+        "Invalid configuration: No key frames found (only tweens)");
 }
 
 TEST_F(FramePreparationTest, GenerateRemovesTheTemporaryFramesOnSuccessAndOnFailure) {

@@ -22,14 +22,6 @@ protected:
         return testing::solidImage(folder.path(), name, width, height);
     }
 
-    WallpaperImage save(const std::string& name, const platform::PixelImage& pixels) {
-        WallpaperImage image;
-        image.fileName = name;
-        image.sourcePath = folder.path() / name;
-        platform::writePng(pixels, *image.sourcePath);
-        return image;
-    }
-
     HeicPreprocessConfig config(std::optional<FrameSize> target = {}, bool twice = false) {
         HeicPreprocessConfig result;
         result.outputDirectory = folder.path() / "frames";
@@ -66,13 +58,8 @@ protected:
 };
 
 TEST_F(HeicPreprocessorTest, NoStageIsRefusedAndStrategyOffNeverAsksTheUpscaler) {
-    try {
-        run(config(), {solid("a.png", 4, 4)});
-        FAIL();
-    } catch (const HeicGeneratorError& error) {
-        EXPECT_EQ(error.description(),
-                  "Invalid configuration: Preprocess requested without any enabled stages.");
-    }
+    EXPECT_EQ(testing::failure<HeicGeneratorError>([&] { run(config(), {solid("a.png", 4, 4)}); }),
+              "Invalid configuration: Preprocess requested without any enabled stages.");
     auto configuration = config(FrameSize{40, 20}, true);
     configuration.upscaleStrategy = upscale::HeicUpscaleStrategy::off;
     const auto session = run(configuration, {solid("a.png", 10, 10)});
@@ -91,7 +78,9 @@ TEST_F(HeicPreprocessorTest, AnotherAspectRatioIsFilledAndCentreCropped) {
     for (int y = 0; y < 1000; ++y)
         for (int x = 0; x < 1000; ++x)
             std::copy_n(y < 250 ? red : y < 750 ? green : blue, 4, pixels.pixel(x, y));
-    const auto session = run(config(FrameSize{2000, 1000}), {save("bands.png", pixels)});
+    const auto bands = solid("bands.png", 1, 1);
+    platform::writePng(pixels, *bands.sourcePath);
+    const auto session = run(config(FrameSize{2000, 1000}), {bands});
     const auto result = platform::loadImage(session.frames[0].url);
     ASSERT_EQ(std::pair(result.width, result.height), std::pair(2000, 1000));
     for (int y : {10, 250, 500, 750, 989})
@@ -151,12 +140,10 @@ TEST_F(HeicPreprocessorTest, AMissingSourceMidRunFailsAndLeavesTheFilesInPlace) 
     auto gone = solid("gone.png", 8, 8);
     std::filesystem::remove(*gone.sourcePath);
     const auto configuration = config(FrameSize{16, 16});
-    try {
-        run(configuration, {solid("a.png", 8, 8), gone, solid("c.png", 8, 8)});
-        FAIL();
-    } catch (const HeicGeneratorError& error) {
-        EXPECT_EQ(error.description(), "Failed to load image: " + gone.sourcePath->string());
-    }
+    EXPECT_EQ(testing::failure<HeicGeneratorError>([&] {
+                  run(configuration, {solid("a.png", 8, 8), gone, solid("c.png", 8, 8)});
+              }),
+              "Failed to load image: " + gone.sourcePath->string());
     ASSERT_TRUE(std::filesystem::exists(configuration.outputDirectory));
     EXPECT_FALSE(filesIn(configuration.outputDirectory).empty());
 }

@@ -17,15 +17,6 @@ protected:
         return *testing::solidImage(folder.path(), name, width, height, value).sourcePath;
     }
 
-    template <typename Error, typename Call> std::string failure(Call&& call) {
-        try {
-            call();
-        } catch (const Error& error) {
-            return error.description();
-        }
-        return "no error";
-    }
-
     static HeicFrameSource frameAt(const std::filesystem::path& path) { return {{}, path, {}}; }
 
     lumivesper::testing::TemporaryFolder folder;
@@ -58,10 +49,10 @@ TEST_F(TweenGeneratorTest, BlendsRunAlongASmoothstepFromTheFirstImageTowardsTheS
 
 TEST_F(TweenGeneratorTest, InvalidCountsAndMissingFilesFailBeforeAnyWork) {
     for (int count : {0, -2})
-        EXPECT_EQ(
-            failure<TweenGeneratorError>([&] { generator.generateTweens(black, black, count); }),
-            "Invalid tween count");
-    EXPECT_EQ(failure<TweenGeneratorError>(
+        EXPECT_EQ(testing::failure<TweenGeneratorError>(
+                      [&] { generator.generateTweens(black, black, count); }),
+                  "Invalid tween count");
+    EXPECT_EQ(testing::failure<TweenGeneratorError>(
                   [&] { generator.generateTweens(black, folder.path() / "missing.png", 2); }),
               "Failed to load images for tweening");
 }
@@ -102,12 +93,12 @@ TEST_F(TweenGeneratorTest, BlendFrameMixesLinearlyIntoANumberedFrameOfEqualSizes
 
     const auto tall = solid("tall.png", 4, 6, 0), gone = folder.path() / "gone.png";
     EXPECT_EQ(
-        failure<HeicGeneratorError>([&] {
+        testing::failure<HeicGeneratorError>([&] {
             generator.blendFrame(frameAt(black), frameAt(tall), {}, 0, folder.path(), 0.5);
         }),
         "Image processing failed: Source images have different sizes: (0.0, 0.0, 8.0, 4.0) vs "
         "(0.0, 0.0, 4.0, 6.0)");
-    EXPECT_EQ(failure<HeicGeneratorError>([&] {
+    EXPECT_EQ(testing::failure<HeicGeneratorError>([&] {
                   generator.blendFrame(frameAt(black), frameAt(gone), {}, 0, folder.path(), 0.5);
               }),
               "Failed to load image: " + gone.string());

@@ -68,15 +68,13 @@ TEST(SolarDocumentTest, AnglesPassThroughUnroundedAndUnnormalised) {
                                  frame(95.0, -30.0), frame(std::nullopt, std::nullopt)});
     const std::pair<double, double> expected[] = {
         {12.3456789, 12.3456789}, {-90.5, 400.25}, {95.0, -30.0}, {0.0, 0.0}};
+    auto bits = [](double value) { return std::bit_cast<std::uint64_t>(value); };
     for (std::size_t n = 0; n < std::size(expected); ++n) {
         const auto& a = *record(root, n).find("a");
         const auto& z = *record(root, n).find("z");
         ASSERT_TRUE(a.isReal() && z.isReal()) << "record " << n;
-        // Bit-exact: no decimal rounding anywhere on the way.
-        EXPECT_EQ(std::bit_cast<std::uint64_t>(a.real()),
-                  std::bit_cast<std::uint64_t>(expected[n].first));
-        EXPECT_EQ(std::bit_cast<std::uint64_t>(z.real()),
-                  std::bit_cast<std::uint64_t>(expected[n].second));
+        EXPECT_EQ(bits(a.real()), bits(expected[n].first)); // no decimal rounding on the way
+        EXPECT_EQ(bits(z.real()), bits(expected[n].second));
     }
 }
 
@@ -94,10 +92,8 @@ TEST(SolarDocumentTest, ValueTypesInTheBytesAreIntegersAndEightByteRealsNeverBoo
     }
     EXPECT_EQ(reals, 2); // 1.0 and 0.0, each stored once
     const auto root = readBinaryPlist(bytes);
-    EXPECT_TRUE(record(root, 0).find("a")->isReal());
-    EXPECT_TRUE(record(root, 0).find("o")->isInteger());
-    EXPECT_TRUE(record(root, 1).find("z")->isReal());
-    EXPECT_TRUE(record(root, 1).find("i")->isInteger());
+    EXPECT_TRUE(record(root, 0).find("a")->isReal() && record(root, 1).find("z")->isReal());
+    EXPECT_TRUE(record(root, 0).find("o")->isInteger() && record(root, 1).find("i")->isInteger());
 }
 
 TEST(SolarDocumentTest, RecordsHaveTheFourKeysAndSequentialIndicesEvenWithWideReferences) {
@@ -116,13 +112,11 @@ TEST(SolarDocumentTest, RecordsHaveTheFourKeysAndSequentialIndicesEvenWithWideRe
 }
 
 TEST(AppearanceDocumentTest, HoldsLightZeroAndDarkOneAsIntegersOnly) {
-    const auto bytes = writeBinaryPlist(appearanceDocument());
-    const auto root = readBinaryPlist(bytes);
+    const auto root = readBinaryPlist(writeBinaryPlist(appearanceDocument()));
     ASSERT_EQ(root.dictionary().size(), 2u);
-    EXPECT_TRUE(root.find("l")->isInteger());
+    ASSERT_TRUE(root.find("l")->isInteger() && root.find("d")->isInteger());
     EXPECT_EQ(root.find("l")->integer(), 0);
     EXPECT_EQ(root.find("d")->integer(), 1);
-    EXPECT_EQ(bytes, writeBinaryPlist(appearanceDocument()));
 }
 
 TEST(BinaryPlistTest, ReaderRefusesMalformedInput) {
