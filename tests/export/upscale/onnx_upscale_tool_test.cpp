@@ -50,9 +50,10 @@ template <typename Call> UpscaleError errorFrom(Call&& call) {
 }
 
 TEST(TileUpscalerTest, TilesStepByStrideOverwriteTheOverlapAndStopBetweenTiles) {
+    // The last tile moves back inside, to 488.
     EXPECT_EQ(tileOrigins(1000, 512),
               (std::vector<TileOrigin>{{0, 0}, {480, 0}, {488, 0}, {0, 0}, {480, 0}, {488, 0}}));
-    // The last tile moves back inside, to 488. A fake network paints each tile with its number.
+    // A fake network paints each tile with its number, and run 20 asks to stop.
     int runs = 0;
     std::stop_source stop;
     const TileRunner stamp = [&](const PixelImage& tile) {
@@ -73,7 +74,7 @@ TEST(TileUpscalerTest, TilesStepByStrideOverwriteTheOverlapAndStopBetweenTiles) 
     for (const auto& [x, y, tile] : stamps)
         EXPECT_EQ(result.pixel(x, y)[0], tile) << x << "," << y;
 
-    runs = 18;
+    runs = 18; // the second tile asks to stop: no third one runs
     EXPECT_THROW(upscaleTiled(PixelImage(1000, 1000), stamp, {}, stop.get_token()),
                  platform::CancellationError);
     EXPECT_EQ(runs, 20);
