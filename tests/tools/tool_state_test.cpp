@@ -110,8 +110,6 @@ TEST_F(ToolStateFile, AFailedChangeLeavesMemoryAndFileAsTheyWere) {
 }
 
 TEST(ToolErrorText, DescribesAndSuggestsEveryKind) {
-    const std::string network = "Check your internet connection and retry.";
-    const std::string reinstall = "Delete the installation folder and try again.";
     const struct {
         ToolError error;
         std::string description;
@@ -120,16 +118,12 @@ TEST(ToolErrorText, DescribesAndSuggestsEveryKind) {
         {ToolError::insufficientDiskSpace(60'000'000, 9'999'999),
          "Not enough disk space. Need 60MB, but only 9MB available.",
          "Free up disk space and try again."},
-        {ToolError::downloadFailed(404),
-         "Download failed (HTTP 404). Check your internet connection.", network},
-        {ToolError::downloadFailed(std::nullopt),
-         "Download failed. Check your internet connection.", network},
         {ToolError::networkUnavailable(),
-         "No internet connection. AI upscaling requires a one-time download (~52MB).", network},
+         "No internet connection. AI upscaling requires a one-time download (~52MB).",
+         "Check your internet connection and retry."},
         {ToolError::extractionFailed(nullptr),
-         "Failed to extract AI tools. Archive may be corrupted.", reinstall},
-        {ToolError::verificationFailed({"first", "second"}),
-         "Installation verification failed:\nfirst\nsecond", reinstall},
+         "Failed to extract AI tools. Archive may be corrupted.",
+         "Delete the installation folder and try again."},
         {ToolError::modelsUnavailable({"x2", "x4"}), "Missing required AI models: x2, x4",
          "Required model files are missing. Try reinstalling."},
         {ToolError::allTileSizesFailed("512: out of memory"),
