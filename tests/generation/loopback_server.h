@@ -102,6 +102,16 @@ inline void replyJson(httplib::Response& response, const std::string& json, int 
     response.set_content(json, "application/json");
 }
 
+// What `call` throws as `Error`, if it does.
+template <typename Error> std::optional<Error> thrown(const std::function<void()>& call) {
+    try {
+        call();
+    } catch (const Error& error) {
+        return error;
+    }
+    return std::nullopt;
+}
+
 inline std::string capturedStdout(const std::function<void()>& work) {
     ::testing::internal::CaptureStdout();
     work();

@@ -1,6 +1,5 @@
 #include "generation/gemini_image_edit_service.h"
 #include "generation/image_generation_error.h"
-#include "generation/image_provider_route.h"
 #include "generation/multi_provider_image_service.h"
 #include "generation/network_log.h"
 #include "generation/openai_image_edit_service.h"
@@ -62,35 +61,19 @@ protected:
     testing::RecordingServer server; // last: stopped first
 };
 
-TEST_F(ProviderClientTest, OpenAIGenerationJsonAndUrlAnswers) {
+TEST_F(ProviderClientTest, OpenAIGenerationSendsJsonWithShortModelAndNormalisedSize) {
     server.answerWith(R"({"data":[{"b64_json":"QU\nJD","content_type":"image/webp"}]})");
-    auto image = client<OpenAIImageEditService>().generateImage(
+    const auto image = client<OpenAIImageEditService>().generateImage(
         "a lake", "openai/gpt-image-1", "16:9", std::nullopt, std::string("Be calm."),
         std::string("1024x576"));
     EXPECT_EQ(toText(image.data), "ABC");
     EXPECT_EQ(image.contentType, "image/webp");
-    auto seen = server.seen();
-    EXPECT_EQ(seen[0].path, "/v1/images/generations");
-    EXPECT_EQ(seen[0].authorization, "Bearer sk-test");
-    EXPECT_EQ(seen[0].contentType, "application/json");
-    EXPECT_EQ(Json::parse(seen[0].body), Json::parse(R"({"model":"gpt-image-1",
+    const auto seen = server.seen().at(0);
+    EXPECT_EQ(seen.path, "/v1/images/generations");
+    EXPECT_EQ(seen.authorization, "Bearer sk-test");
+    EXPECT_EQ(seen.contentType, "application/json");
+    EXPECT_EQ(Json::parse(seen.body), Json::parse(R"({"model":"gpt-image-1",
         "prompt":"Be calm.\na lake","n":1,"size":"1536x1024"})"));
-
-    // A URL answer is fetched without the key, whatever the status of the fetch.
-    server.respond([this](const SeenRequest& request, httplib::Response& r) {
-        if (request.path == "/v1/images/generations")
-            return replyJson(r, R"({"data":[{"url":")" + server.url() + R"(/files/x.png"}]})");
-        r.status = 404;
-        r.set_content("PNGBYTES", "image/png");
-    });
-    image = plain<OpenAIImageEditService>("gpt-image-1");
-    EXPECT_EQ(toText(image.data), "PNGBYTES");
-    EXPECT_EQ(image.contentType, "image/png");
-    seen = server.seen();
-    ASSERT_EQ(seen.size(), 3u);
-    EXPECT_FALSE(Json::parse(seen[1].body).contains("size"));
-    EXPECT_EQ(seen[2].path, "/files/x.png");
-    EXPECT_EQ(seen[2].authorization, "");
 }
 
 TEST_F(ProviderClientTest, OpenAIEditIsMultipartEndingWithReferencePng) {
@@ -102,7 +85,6 @@ TEST_F(ProviderClientTest, OpenAIEditIsMultipartEndingWithReferencePng) {
     const std::string prefix = "multipart/form-data; boundary=Boundary-";
     EXPECT_TRUE(seen.contentType.starts_with(prefix)) << seen.contentType;
     EXPECT_EQ(seen.contentType.size(), prefix.size() + 36); // a UUID
-    EXPECT_EQ(seen.parts.at("image").content, toText(referencePng));
 
     const auto field = [](const std::string& name, const std::string& value) {
         return "--B\r\nContent-Disposition: form-data; name=\"" + name + "\"\r\n\r\n" + value +
@@ -132,8 +114,6 @@ TEST_F(ProviderClientTest, OpenAIFailures) {
     }
     EXPECT_EQ(failureOf([&] { plain<OpenAIImageEditService>("m", ""); }),
               std::pair(Case::missingAPIKey, std::string("Missing API key")));
-    EXPECT_EQ(failureOf([&] { plain<OpenAIImageEditService>("m", std::nullopt); }).first,
-              Case::missingAPIKey);
     EXPECT_EQ(server.seen().size(), answers.size());
 }
 
@@ -158,11 +138,6 @@ TEST_F(ProviderClientTest, GeminiKeyInQueryImageAfterTextAndTextPartsSkipped) {
               Json::parse(R"({"contents":[{"role":"user","parts":[{"text":"calm\na lake"},
                   {"inline_data":{"mime_type":"image/png","data":")" +
                           encodeBase64(referencePng) + R"("}}]}]})"));
-
-    server.answerWith(R"({"candidates":[{"content":{"parts":[{"text":"I cannot draw that"}]}}]})");
-    EXPECT_EQ(failureOf([&] { plain<GeminiImageEditService>("gemini-x"); }).first,
-              Case::decodeFailed);
-    EXPECT_EQ(server.seen().back().path, "/v1beta/models/gemini-x:generateContent");
 }
 
 TEST_F(ProviderClientTest, OpenRouterFallsBackToChatOn405Only) {
@@ -193,33 +168,29 @@ TEST_F(ProviderClientTest, OpenRouterFallsBackToChatOn405Only) {
     EXPECT_EQ(server.seen().size(), 3u);
 }
 
-TEST_F(ProviderClientTest, OpenRouterChatModelsAndReferenceImagesGoStraightToChat) {
-    EXPECT_TRUE(openRouterModelNeedsChat("Vendor/Gemini"));
+TEST_F(ProviderClientTest, OpenRouterReferenceImageGoesFirstStraightToChat) {
     server.respond([this](const SeenRequest& seen, httplib::Response& r) {
         if (seen.path == "/files/out.png")
             return r.set_content("PNG", "image/png");
         replyJson(r, R"({"choices":[{"message":{"images":[{"image_url":{"url":")" + server.url() +
                          R"(/files/out.png"}}]}}]})");
     });
-    plain<OpenRouterImageService>("openrouter/openai/gpt-image-1");
     const auto image = client<OpenRouterImageService>().generateImage(
         "relight", "stability/sd3", "16:9", referencePng, std::string("keep the scene"),
         std::string("1024x576"));
     EXPECT_EQ(toText(image.data), "PNG");
     EXPECT_EQ(image.contentType, "image/png");
     const auto seen = server.seen();
-    ASSERT_EQ(seen.size(), 4u);
+    ASSERT_EQ(seen.size(), 2u);
     EXPECT_EQ(seen[0].path, "/api/v1/chat/completions");
-    EXPECT_FALSE(Json::parse(seen[0].body).contains("image_config"));
-    EXPECT_EQ(seen[2].path, "/api/v1/chat/completions");
-    EXPECT_EQ(Json::parse(seen[2].body), Json::parse(R"({"model":"stability/sd3","messages":[
+    EXPECT_EQ(Json::parse(seen[0].body), Json::parse(R"({"model":"stability/sd3","messages":[
         {"role":"system","content":"keep the scene"},
         {"role":"user","content":[{"type":"image_url","image_url":{"url":")" +
                                                      pngDataURL(referencePng) + R"("}},
             {"type":"text","text":"relight"}]}],
         "modalities":["image","text"],
         "image_config":{"aspect_ratio":"16:9","image_size":"1024x576"}})"));
-    EXPECT_EQ(seen[3].path, "/files/out.png");
+    EXPECT_EQ(seen[1].path, "/files/out.png");
 }
 
 TEST_F(ProviderClientTest, RoutingReadsTheKeysAtEachCall) {
@@ -243,6 +214,13 @@ TEST_F(ProviderClientTest, RoutingReadsTheKeysAtEachCall) {
         {{}, {}, {}, "stability/sd3", false, ""},
         {{}, "g", {}, "stability/sd3", true, "/gemini/v1beta/models/sd3:generateContent"},
         {"o", "g", {}, "stability/sd3", true, "/openai/v1/images/generations"},
+        {"o",
+         "g",
+         {},
+         "my-gemini-model",
+         true,
+         "/gemini/v1beta/models/my-gemini-model:generateContent"},
+        {{}, "g", {}, "\n OpenAI/dall-e-3 ", true, ""},
         {{}, "g", {}, "openai/gpt-image-1", true, ""},
         {{}, "g", {}, "openrouter/black-forest-labs/flux", true, ""},
         {{},
@@ -295,21 +273,6 @@ TEST_F(ProviderClientTest, StopCancelsRequestInFlight) {
     EXPECT_THROW(call.get(), platform::CancellationError);
 }
 
-TEST(RequestTextTest, ModelIdsChooseTheirProvider) {
-    using enum ImageProviderRoute;
-    const std::vector<std::pair<const char*, ImageProviderRoute>> routes{
-        {"OpenAI/gpt-image-1 ", openAI},
-        {"\n openai/dall-e-3", openAI},
-        {"google/imagen", gemini},
-        {"my-gemini-model", gemini},
-        {"openrouter/google/gemini-3-pro-image-preview", gemini},
-        {"openrouter/black-forest-labs/flux", openRouter},
-        {"stability/sd3", automatic},
-        {"", automatic}};
-    for (const auto& [model, route] : routes)
-        EXPECT_EQ(imageProviderRoute(model), route) << model;
-}
-
 TEST(RequestTextTest, SizesMapToTheNearestSupportedOne) {
     const std::vector<std::tuple<const char*, std::optional<std::string>, const char*>> sizes{
         {"16:9", "AUTO", "auto"},
@@ -319,10 +282,7 @@ TEST(RequestTextTest, SizesMapToTheNearestSupportedOne) {
         {"640x960", std::nullopt, "1024x1536"},
         {"16:9", std::nullopt, nullptr},
         {"1:1", "  ", nullptr}, // the size wins even when blank
-        {"", "0x100", nullptr},
-        {"", "10x20x30", nullptr},
-        {"", "axb", nullptr},
-        {"", "100xx50", "1536x1024"}};
+        {"", "axb", nullptr}};
     for (const auto& [aspectRatio, size, expected] : sizes)
         EXPECT_EQ(normalizedImageSize(aspectRatio, size),
                   expected ? std::optional<std::string>(expected) : std::nullopt)
@@ -357,12 +317,11 @@ TEST(NetworkLogTest, LinesOnlyWhenTheVariableIsExactlyOne) {
         logResponse("Gemini", nullptr);
         logRequest("X", bare);
     };
-    for (const char* value : {"true", "11", ""}) {
+    for (const auto& value : {std::optional<std::string>(), std::optional<std::string>("true"),
+                              std::optional<std::string>("11"), std::optional<std::string>("")}) {
         ScopedEnvironment env("LUMIVESPER_NETWORK_LOGS", value);
-        EXPECT_EQ(testing::capturedStdout(everything), "") << value;
+        EXPECT_EQ(testing::capturedStdout(everything), "") << value.value_or("unset");
     }
-    ScopedEnvironment unset("LUMIVESPER_NETWORK_LOGS", std::nullopt);
-    EXPECT_EQ(testing::capturedStdout(everything), "");
 
     ScopedEnvironment on("LUMIVESPER_NETWORK_LOGS", "1");
     EXPECT_EQ(testing::capturedStdout(everything),
