@@ -45,7 +45,6 @@ TEST_F(PersistedStateTest, RecentListPutsTheLatestFirstOnceAndNamesItByItsStem) 
         state.addRecentProject(folder.path() / name);
 
     EXPECT_EQ(displayNames(state), (std::vector<std::string>{"A", "Winter Lake", ".lvesper"}));
-    EXPECT_EQ(state.recentProjects()[0].path, (folder.path() / "A.lvesper").string());
 }
 
 TEST_F(PersistedStateTest, RecentListKeepsTenIsStoredAsCompactJsonAndClearsToAnEmptyArray) {
@@ -60,7 +59,6 @@ TEST_F(PersistedStateTest, RecentListKeepsTenIsStoredAsCompactJsonAndClearsToAnE
     const auto stored = nlohmann::json::parse(storedList());
     EXPECT_EQ(stored[0].size(), 3u);
     EXPECT_EQ(stored[0]["path"], (folder.path() / "P11.lvesper").string());
-    EXPECT_EQ(stored[0]["displayName"], "P11");
     EXPECT_TRUE(stored[0]["lastOpened"].is_number());
 
     auto [relaunched, output] = relaunch();
@@ -73,29 +71,24 @@ TEST_F(PersistedStateTest, RecentListKeepsTenIsStoredAsCompactJsonAndClearsToAnE
               std::string::npos);
 }
 
-TEST_F(PersistedStateTest, UndecodableListStartsEmptyAndStaysStoredUntilTheNextSave) {
+TEST_F(PersistedStateTest, ListStartsEmptyWhenAbsentOrUndecodableAndIsKeptUntilTheNextSave) {
+    EXPECT_TRUE(relaunch().second.starts_with("📂 No recent projects found in the settings file\n"));
     const std::string broken = R"([{"path": "/a.lvesper"}])";
     defaults->setData(AppState::recentProjectsKey,
                       std::vector<std::uint8_t>(broken.begin(), broken.end()));
-
     auto [state, output] = relaunch();
-
     EXPECT_TRUE(state->recentProjects().empty());
     EXPECT_NE(output.find("Failed to load recent projects: "), std::string::npos);
     EXPECT_EQ(storedList(), broken);
 }
 
-TEST_F(PersistedStateTest, FreshAccountHasNoListAndGetsAClientIdThatIsKept) {
-    auto [first, output] = relaunch();
-    EXPECT_TRUE(first->recentProjects().empty());
-    EXPECT_TRUE(output.starts_with("📂 No recent projects found in the settings file\n"));
-    const std::string clientId = first->clientId();
+TEST_F(PersistedStateTest, ClientIdIsMadeOnceAndKept) {
+    const std::string clientId = relaunch().first->clientId();
     EXPECT_TRUE(platform::Uuid::parse(clientId).has_value());
     EXPECT_EQ(relaunch().first->clientId(), clientId);
 
     defaults->setString(AppState::clientIdKey, ""); // an empty one is replaced
     const std::string replaced = relaunch().first->clientId();
-    EXPECT_TRUE(platform::Uuid::parse(replaced).has_value());
     EXPECT_EQ(defaults->string(AppState::clientIdKey), replaced);
 }
 
@@ -103,15 +96,12 @@ TEST_F(PersistedStateTest, LaunchWithAllThreeGenerationKeysKeepsOnlyTheJobId) {
     defaults->setString(AppState::currentGenerationJobIdKey, "job-7");
     defaults->setString(AppState::currentGenerationIdempotencyKeyKey, "idem-7");
     defaults->setString(AppState::currentGenerationLastEventIdKey, "event-41");
-
     auto [state, output] = relaunch();
-
     EXPECT_EQ(state->currentGenerationJobId(), "job-7");
     EXPECT_EQ(state->currentGenerationIdempotencyKey(), std::nullopt);
     EXPECT_EQ(state->currentGenerationLastEventId(), std::nullopt);
-    const settings::Defaults reread(file);
-    EXPECT_EQ(reread.string(AppState::currentGenerationIdempotencyKeyKey), std::nullopt);
-    EXPECT_EQ(reread.string(AppState::currentGenerationLastEventIdKey), std::nullopt);
+    EXPECT_EQ(defaults->string(AppState::currentGenerationIdempotencyKeyKey), std::nullopt);
+    EXPECT_EQ(defaults->string(AppState::currentGenerationLastEventIdKey), std::nullopt);
 
     state->setCurrentGenerationLastEventId("event-42"); // each assignment stores all three
     state->setCurrentGenerationJobId(std::nullopt);
@@ -123,7 +113,6 @@ TEST_F(PersistedStateTest, DocumentWithoutDefaultsWritesNothing) {
     AppState state;
     state.addRecentProject(folder.path() / "A.lvesper");
     state.setCurrentGenerationJobId("job-1");
-    EXPECT_FALSE(state.clientId().empty());
     EXPECT_FALSE(fs::exists(file));
 }
 
