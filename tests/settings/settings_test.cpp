@@ -103,8 +103,7 @@ TEST_F(SettingsTest, UnreadableDefaultsAreCopiedAsideWithAWarningAndTheStoreStar
         writeFile(corrupt);
         ::testing::internal::CaptureStdout();
         Defaults reopened(file);
-        EXPECT_TRUE(
-            ::testing::internal::GetCapturedStdout().starts_with("⚠️ Warning: settings"));
+        EXPECT_TRUE(::testing::internal::GetCapturedStdout().starts_with("⚠️ Warning"));
         EXPECT_EQ(reopened.string("name"), std::nullopt);
 
         reopened.setString("name", "fresh");
@@ -172,9 +171,7 @@ TEST_F(SettingsTest, LoadReadsTheStoredValuesAndResetClearsThem) {
     EXPECT_EQ(settings.customServerURL(), "not a url");
     int notifications = 0;
     auto observed = settings.observe([&] { ++notifications; });
-
     settings.resetToDefaults();
-
     EXPECT_EQ(changes, std::vector<std::string>{"beta → stable"});
     EXPECT_FALSE(settings.useCustomServer());
     EXPECT_EQ(defaults.boolean(AppSettings::useCustomServerKey), false);
