@@ -37,22 +37,17 @@ protected:
     OpenRouterProxyClient client(NetworkSession session = {}) {
         return OpenRouterProxyClient(server.url(), defaults, session);
     }
-    // A text-only request's bytes, or its failure, with the console.
-    struct Outcome {
-        std::optional<std::string> bytes;
-        std::optional<ProxyError> failure;
-        std::string console;
-    };
-    Outcome run() {
-        Outcome outcome;
-        outcome.console = testing::capturedStdout([&] {
+    // A text-only request's bytes or failure text, and the console.
+    std::pair<std::string, std::string> run() {
+        std::string result;
+        const auto console = testing::capturedStdout([&] {
             try {
-                outcome.bytes = toText(client().generateImage("a lake", "m"));
+                result = toText(client().generateImage("a lake", "m"));
             } catch (const ProxyError& error) {
-                outcome.failure = error;
+                result = error.description();
             }
         });
-        return outcome;
+        return {result, console};
     }
 
     lumivesper::testing::TemporaryFolder folder;
@@ -62,12 +57,9 @@ protected:
 };
 
 TEST_F(ProxyClientTest, EveryAnswerShapeInItsOrder) {
-    struct Shape {
-        std::string body; // "{files}" stands for the download URL
-        std::optional<std::string> bytes;
-        std::string consoleLine;
-    };
-    const std::vector<Shape> shapes{
+    const std::string invalid = "Invalid image response from server";
+    // The answer ("{files}" stands for the download URL), the bytes or failure, a console line.
+    const std::vector<std::tuple<std::string, std::string, std::string>> shapes{
         {R"({"choices":[{"message":{"images":[{"image_url":{"url":"data:image/png;base64,QUJD"}}]}}]})",
          "ABC", "✅ Extracted image from message.images[].image_url.url (base64 data URL)\n"},
         {b64Answer, "ABC", "✅ Extracted image from message.images[].b64_json\n"},
@@ -75,28 +67,26 @@ TEST_F(ProxyClientTest, EveryAnswerShapeInItsOrder) {
          "🌐 Downloading image from URL: http://127.0.0.1:"},
         {R"({"choices":[{"message":{"content":"{files}"}}]})", "DOWNLOADED",
          "🌐 Downloading image from URL: http://127.0.0.1:"},
-        {R"({"data":[{"url":"{files}"}]})", std::nullopt,
+        {R"({"data":[{"url":"{files}"}]})", invalid,
          "❌ Missing choices or message in response\n📄 Response structure:\n{\n"},
         {R"({"choices":[{"message":{"content":"sorry"}}],"data":[{"url":"{files}"}]})",
          "DOWNLOADED", "📝 Message content: sorry...\n🌐 Downloading image from data[].url: "},
         {R"({"choices":[{"message":{"images":[{"image_url":{"url":"data:image/png;base64"},"b64_json":"QUJD"}]}}]})",
          "ABC", "📝 Found image_url.url: data:image/png;base64...\n"},
-        {R"({"choices":[]})", std::nullopt, "❌ Missing choices or message in response\n"},
-        {R"({"choices":[{"message":{"content":"sorry","role":"x"}}]})", std::nullopt,
+        {R"({"choices":[]})", invalid, "❌ Missing choices or message in response\n"},
+        {R"({"choices":[{"message":{"content":"sorry","role":"x"}}]})", invalid,
          "💬 Message keys: content, role\n📝 Message content: sorry...\n❌ Could not extract "
          "image from any known format\n"},
-        {R"({"choices":[{"message":{"images":[{"b64_json":"QU JD"}]}}]})", std::nullopt,
+        {R"({"choices":[{"message":{"images":[{"b64_json":"QU JD"}]}}]})", invalid,
          "❌ Could not extract image from any known format\n"},
-        {"<html>", std::nullopt, "❌ Failed to parse JSON response\n"}};
-    for (auto shape : shapes) {
-        if (const auto at = shape.body.find("{files}"); at != std::string::npos)
-            shape.body.replace(at, 7, server.url() + "/files/x.png");
-        answerWith(shape.body);
-        const auto outcome = run();
-        EXPECT_EQ(outcome.bytes, shape.bytes) << shape.body;
-        EXPECT_TRUE(shape.bytes ||
-                    outcome.failure->kind() == ProxyError::Case::invalidImageResponse);
-        EXPECT_NE(outcome.console.find(shape.consoleLine), std::string::npos) << outcome.console;
+        {"<html>", invalid, "❌ Failed to parse JSON response\n"}};
+    for (auto [body, result, consoleLine] : shapes) {
+        if (const auto at = body.find("{files}"); at != std::string::npos)
+            body.replace(at, 7, server.url() + "/files/x.png");
+        answerWith(body);
+        const auto [found, console] = run();
+        EXPECT_EQ(found, result) << body;
+        EXPECT_NE(console.find(consoleLine), std::string::npos) << console;
     }
 }
 
@@ -135,36 +125,32 @@ TEST_F(ProxyClientTest, RequestFormsAndModelIds) {
 }
 
 TEST_F(ProxyClientTest, OneRetryOn401AndOnly200Succeeds) {
-    struct Exchange {
-        std::vector<std::pair<int, std::string>> answers; // one per request, the last repeated
-        std::string result;                               // the bytes, or the failure's description
-        std::size_t requests;
-        std::string consoleLine;
-    };
     const std::string gateway = "Bad gateway: upstream timed out";
-    const std::vector<Exchange> exchanges{
-        {{{401, "expired"}, {200, b64Answer}},
-         "ABC",
-         2,
-         "⚠️  Token expired, retrying with fresh token...\n"},
-        {{{401, "expired"}}, "Unauthorized - token expired", 2, ""},
-        {{{502, gateway}},
-         "Server error 502: " + gateway,
-         1,
-         "❌ Proxy error (502): " + gateway + "\n"},
-        {{{201, b64Answer}}, std::string("Server error 201: ") + b64Answer, 1, ""}};
-    for (const auto& exchange : exchanges) {
+    // The answers, one per request and the last repeated; the bytes or failure; the requests made;
+    // a console line.
+    const std::vector<
+        std::tuple<std::vector<std::pair<int, std::string>>, std::string, std::size_t, std::string>>
+        exchanges{{{{401, "expired"}, {200, b64Answer}},
+                   "ABC",
+                   2,
+                   "⚠️  Token expired, retrying with fresh token...\n"},
+                  {{{401, "expired"}}, "Unauthorized - token expired", 2, ""},
+                  {{{502, gateway}},
+                   "Server error 502: " + gateway,
+                   1,
+                   "❌ Proxy error (502): " + gateway + "\n"},
+                  {{{201, b64Answer}}, std::string("Server error 201: ") + b64Answer, 1, ""}};
+    for (const auto& [answers, result, requests, consoleLine] : exchanges) {
         std::atomic<std::size_t> count{0};
         answer([&](const SeenRequest&, httplib::Response& r) {
-            const auto& [status, body] =
-                exchange.answers[std::min(count++, exchange.answers.size() - 1)];
+            const auto& [status, body] = answers[std::min(count++, answers.size() - 1)];
             replyJson(r, body, status);
         });
         const auto before = server.seen(proxyPath).size();
-        const auto outcome = run();
-        EXPECT_EQ(outcome.bytes ? *outcome.bytes : outcome.failure->description(), exchange.result);
-        EXPECT_EQ(server.seen(proxyPath).size() - before, exchange.requests) << exchange.result;
-        EXPECT_NE(outcome.console.find(exchange.consoleLine), std::string::npos) << outcome.console;
+        const auto [found, console] = run();
+        EXPECT_EQ(found, result);
+        EXPECT_EQ(server.seen(proxyPath).size() - before, requests) << result;
+        EXPECT_NE(console.find(consoleLine), std::string::npos) << console;
     }
 }
 

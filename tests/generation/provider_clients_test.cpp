@@ -24,14 +24,9 @@ constexpr const char* geminiAnswer =
     R"({"candidates":[{"content":{"parts":[{"inline_data":{"data":"QUJD"}}]}}]})";
 
 // The case and text of the ImageGenerationError that `call` throws.
-template <typename Call> std::pair<Case, std::string> failureOf(Call call) {
-    try {
-        call();
-    } catch (const ImageGenerationError& error) {
-        return {error.kind(), error.description()};
-    }
-    ADD_FAILURE() << "no ImageGenerationError";
-    return {};
+std::pair<Case, std::string> failureOf(const std::function<void()>& call) {
+    const auto error = testing::thrown<ImageGenerationError>(call).value();
+    return {error.kind(), error.description()};
 }
 
 class FixedKey final : public APIKeyProvider {
@@ -208,27 +203,16 @@ TEST_F(ProviderClientTest, RoutingReadsTheKeysAtEachCall) {
         std::optional<std::string> openAIKey, geminiKey, openRouterKey;
         std::string model;
         bool configured;
-        std::string path; // empty: refused for want of a key, nothing sent
+        std::string path; // how the path starts; empty: refused for want of a key, nothing sent
     };
     const std::vector<Route> routes{
         {{}, {}, {}, "stability/sd3", false, ""},
-        {{}, "g", {}, "stability/sd3", true, "/gemini/v1beta/models/sd3:generateContent"},
+        {{}, "g", {}, "stability/sd3", true, "/gemini/v1beta/models/sd3:"},
         {"o", "g", {}, "stability/sd3", true, "/openai/v1/images/generations"},
-        {"o",
-         "g",
-         {},
-         "my-gemini-model",
-         true,
-         "/gemini/v1beta/models/my-gemini-model:generateContent"},
+        {"o", "g", {}, "my-gemini-model", true, "/gemini/v1beta/models/my-gemini-model:"},
         {{}, "g", {}, "\n OpenAI/dall-e-3 ", true, ""},
-        {{}, "g", {}, "openai/gpt-image-1", true, ""},
         {{}, "g", {}, "openrouter/black-forest-labs/flux", true, ""},
-        {{},
-         "g",
-         {},
-         "openrouter/google/gemini-3-pro-image-preview",
-         true,
-         "/gemini/v1beta/models/google/gemini-3-pro-image-preview:generateContent"},
+        {{}, "g", {}, "openrouter/google/gemini-3", true, "/gemini/v1beta/models/google/gemini-3:"},
         {"", {}, {}, "openai/gpt-image-1", true, ""},
         {{}, {}, "r", "openrouter/black-forest-labs/flux", true, "/or/api/v1/images/generations"}};
     for (const auto& route : routes) {
@@ -248,7 +232,7 @@ TEST_F(ProviderClientTest, RoutingReadsTheKeysAtEachCall) {
         }
         call();
         const auto seen = server.seen().back();
-        EXPECT_EQ(seen.path, route.path);
+        EXPECT_TRUE(seen.path.starts_with(route.path)) << seen.path;
         EXPECT_TRUE(!route.path.starts_with("/gemini") ||
                     seen.body.find("1024") == std::string::npos)
             << "Gemini takes no size";
@@ -289,33 +273,28 @@ TEST(RequestTextTest, SizesMapToTheNearestSupportedOne) {
             << aspectRatio << " / " << size.value_or("none");
 }
 
-TEST(RequestTextTest, Base64RoundTripsEveryRemainder) {
-    for (const std::string text : {"", "A", "AB", "ABC", "ABCD", "\xff\x01\x80"}) {
-        const auto encoded = encodeBase64(toBytes(text));
-        EXPECT_EQ(encoded.find('\n'), std::string::npos);
-        EXPECT_EQ(decodeBase64Strict(encoded), std::optional(toBytes(text))) << encoded;
-    }
+TEST(RequestTextTest, Base64) {
+    EXPECT_EQ(encodeBase64(toBytes("A")), "QQ==");
     EXPECT_EQ(encodeBase64(toBytes("AB")), "QUI=");
+    EXPECT_EQ(encodeBase64(toBytes(std::string("\xff\0\x80"
+                                               "ABC",
+                                               6))),
+              "/wCAQUJD");
     EXPECT_FALSE(decodeBase64Strict("QUJ"));
     EXPECT_FALSE(decodeBase64IgnoringUnknown("QUJD=QUJD"));
 }
 
 TEST(NetworkLogTest, LinesOnlyWhenTheVariableIsExactlyOne) {
-    platform::HttpRequest request, bare;
-    bare.method.clear();
-    request.method = "POST";
-    request.url = "http://127.0.0.1:1/v1/images/generations";
-    request.body = R"({"prompt":"lake"})";
-    platform::HttpResponse png;
-    png.status = 200;
-    png.body = std::string("\x89PNG\r\n\x1a\n", 8) + std::string(1226, '\0');
+    const platform::HttpRequest request{
+        "POST", "http://127.0.0.1:1/v1/images/generations", {}, R"({"prompt":"lake"})", {}};
+    const platform::HttpResponse png{200, {}, "\x89PNG\r\n\x1a\n" + std::string(1226, '\0')};
     const auto everything = [&] {
         logPrompt("Gemini", std::string(), "a lake");
         logPrompt("Gemini", std::string("calm"), "a lake");
         logRequest("OpenAI-Images", request);
         logResponse("OpenAI-ImageFetch", &png);
         logResponse("Gemini", nullptr);
-        logRequest("X", bare);
+        logRequest("X", platform::HttpRequest{"", "", {}, "", {}});
     };
     for (const auto& value : {std::optional<std::string>(), std::optional<std::string>("true"),
                               std::optional<std::string>("11"), std::optional<std::string>("")}) {

@@ -152,14 +152,12 @@ TEST_F(ServerCacheTest, PromptsServerCopyIsCachedAndStoredAsReceived) {
     defaults.setData(PromptManager::cacheKey, toBytes("{not json")); // ignored
     server.answerWith(promptsJson("7", "S"));
     auto manager = promptManager();
-    const auto fetched = manager.prompts();
-    EXPECT_EQ(fetched.version, "7");
-    EXPECT_EQ(fetched.templates.relight, "S {phaseDescription}");
+    EXPECT_EQ(manager.prompts().templates.relight, "S {phaseDescription}");
     EXPECT_EQ(server.seen().at(0).method, "GET");
     EXPECT_EQ(server.seen().at(0).path, "/api/prompts");
     EXPECT_EQ(defaults.data(PromptManager::cacheKey), toBytes(promptsJson("7", "S")));
 
-    EXPECT_EQ(manager.prompts(), fetched);
+    EXPECT_EQ(manager.prompts().version, "7");
     EXPECT_EQ(server.seen().size(), 1u);
     clock.advance(std::chrono::seconds(3600));
     manager.prompts();
