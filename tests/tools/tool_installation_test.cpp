@@ -64,12 +64,11 @@ protected:
             r.set_content(body, "application/zip");
         });
         server.server.Get("/unknown", [this](const httplib::Request&, httplib::Response& r) {
-            r.set_chunked_content_provider("application/zip",
-                                           [this](size_t, httplib::DataSink& sink) {
-                                               sink.write(body.data(), body.size());
-                                               sink.done();
-                                               return true;
-                                           });
+            r.set_chunked_content_provider("application/zip", [this](size_t, auto& sink) {
+                sink.write(body.data(), body.size());
+                sink.done();
+                return true;
+            });
         });
         server.server.Get("/upscaler.zip", [this](const httplib::Request&, httplib::Response& r) {
             ++served;
@@ -139,10 +138,9 @@ TEST_F(ToolInstallation, AFailureGivesItsStatusOrCauseAndKeepsNoFile) {
     EXPECT_FALSE(refused.statusCode());
     EXPECT_EQ(refused.description(), "Download failed. Check your internet connection.");
     ASSERT_TRUE(refused.underlyingError());
-    EXPECT_EQ(testing::failureOf<platform::HttpError>([&] {
-                  std::rethrow_exception(refused.underlyingError());
-              }).kind(),
-              platform::HttpError::Kind::cannotConnect);
+    const auto cause = testing::failureOf<platform::HttpError>(
+        [&] { std::rethrow_exception(refused.underlyingError()); });
+    EXPECT_EQ(cause.kind(), platform::HttpError::Kind::cannotConnect);
 
     EXPECT_TRUE(fs::is_empty(downloads));
     EXPECT_TRUE(fs::is_empty(finished));
@@ -159,7 +157,6 @@ TEST_F(ToolInstallation, ACancelledDownloadIsACancellation) {
 TEST_F(ToolInstallation, PreparesOnceAndReinstallsADamagedInstallation) {
     std::vector<double> fractions;
     const ToolInfo info = coordinator.prepare(package, [&](double f) { fractions.push_back(f); });
-    EXPECT_EQ(info.status, "installed");
     EXPECT_EQ(info.executable, (tools / "upscaler" / "bin" / "upscale").string());
     EXPECT_EQ(info.modelsDir, (tools / "upscaler" / "models").string());
     EXPECT_EQ(info.availableModels, (Names{"x2", "x4"}));
@@ -188,7 +185,8 @@ TEST_F(ToolInstallation, AReinstallReplacesAndADamagedArchiveKeepsTheEarlierOne)
 
     std::ofstream(archive, std::ios::trunc) << "PK not really a zip";
     const ToolError error = failureOf();
-    EXPECT_EQ(error.kind(), ToolError::Kind::extractionFailed);
+    EXPECT_EQ(error.description(), "Failed to extract AI tools. Archive may be corrupted.");
+    EXPECT_EQ(error.recoverySuggestion(), "Delete the installation folder and try again.");
     EXPECT_TRUE(error.underlyingError());
     EXPECT_EQ(state.tool("upscaler"), before);
     EXPECT_EQ(runInstalled(), "new\n");
@@ -198,7 +196,9 @@ TEST_F(ToolInstallation, AReinstallReplacesAndADamagedArchiveKeepsTheEarlierOne)
 
 TEST_F(ToolInstallation, VerifiesTheProgramAndTheModels) {
     package.requiredModels = {"x4", "x8", "x16"};
-    EXPECT_EQ(failureOf().description(), "Missing required AI models: x8, x16");
+    const ToolError missing = failureOf();
+    EXPECT_EQ(missing.description(), "Missing required AI models: x8, x16");
+    EXPECT_EQ(missing.recoverySuggestion(), "Required model files are missing. Try reinstalling.");
     package.requiredModels = {"x4"};
 
     testing::writeZip(archive, {{"bin/upscale", "#!/bin/sh\n"}});
