@@ -70,12 +70,19 @@ bool isSameFile(const fs::path& from, const fs::path& to) {
 }
 
 void copyIntoPackage(const WallpaperImage& image, const fs::path& to) {
+    // Copied beside the target and renamed over it, so that a failed copy leaves the file that
+    // was there before.
+    const fs::path partial = to.parent_path() / ("." + to.filename().string() + ".partial");
     std::error_code error;
-    fs::remove(to, error); // the copy that follows decides
-    fs::copy_file(*image.sourcePath, to, error);
-    if (error)
+    fs::copy_file(*image.sourcePath, partial, fs::copy_options::overwrite_existing, error);
+    if (!error)
+        fs::rename(partial, to, error);
+    if (error) {
+        std::error_code ignored;
+        fs::remove(partial, ignored);
         throw ProjectPackageError("The file \"" + image.fileName + "\" couldn't be copied from \"" +
                                   image.sourcePath->string() + "\": " + error.message() + ".");
+    }
 }
 
 void writeProjectFile(const fs::path& file, const Project& project) {

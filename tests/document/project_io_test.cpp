@@ -129,6 +129,7 @@ TEST_F(ProjectIOTest, FailedSaveNamesTheCauseAndKeepsTheDocumentDirty) {
     // The second image's file vanished, or its name would leave the images folder or is not
     // UTF-8. The alert names the file, but for the last, which cannot be printed.
     const std::string names[] = {"vanished.png", "../../escaped.png", "sub/x.png", "caf\xe9.png"};
+    writeText(package / "images" / "vanished.png", "earlier"); // Save As over an older package
     for (const std::string& name : names) {
         SCOPED_TRACE(name);
         AppState document;
@@ -152,6 +153,8 @@ TEST_F(ProjectIOTest, FailedSaveNamesTheCauseAndKeepsTheDocumentDirty) {
         EXPECT_FALSE(fs::exists(package / "project.json"));
         EXPECT_FALSE(fs::exists(folder.path() / "escaped.png"));
     }
+    EXPECT_EQ(readText(package / "images" / "vanished.png"),
+              "earlier"); // a failed copy loses nothing
 }
 
 TEST_F(ProjectIOTest, HandWrittenPackageLoadsWhatItCanAndListsMissingImagesByName) {
