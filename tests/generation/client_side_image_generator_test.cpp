@@ -55,11 +55,8 @@ protected:
         testing::ScopedEnvironment config("LUMIVESPER_CONFIG_DIR", (folder.path() / "c").string());
         err.str("");
         std::ostringstream out;
-        int code = 0;
-        testing::capturedStdout( // the generator's own log lines
-            [&] {
-                code = cli::runGenerate({std::move(arguments), out, err});
-            });
+        int code = 0; // the generator's own log lines go to the console
+        testing::capturedStdout([&] { code = cli::runGenerate({std::move(arguments), out, err}); });
         return code;
     }
     std::optional<std::string> file(const std::string& name) const {

@@ -218,9 +218,6 @@ public:
         std::unique_lock lock(mutex_);
         return read_.wait_for(lock, std::chrono::seconds(10), [&] { return reads_ >= count; });
     }
-    auto function() {
-        return [this] { return now(); };
-    }
 
 private:
     std::mutex mutex_;
