@@ -1,8 +1,5 @@
 #pragma once
 
-#include "generation/phase_descriptor.h"
-#include "generation/request_text.h"
-
 #include <chrono>
 #include <condition_variable>
 #include <cstdlib>
@@ -11,7 +8,6 @@
 #include <httplib.h>
 #include <map>
 #include <mutex>
-#include <nlohmann/json.hpp>
 #include <optional>
 #include <string>
 #include <thread>
@@ -117,50 +113,6 @@ inline std::string capturedStdout(const std::function<void()>& work) {
     work();
     return ::testing::internal::GetCapturedStdout();
 }
-
-// Stands in for our server through a whole timeline run: tokens, templates that make each request
-// recognisable, and a proxy that answers every phase with the bytes "img:<phase>". `hook` may hold
-// a phase back, or answer it itself with a status other than 200.
-class TimelineServer : public RecordingServer {
-public:
-    static constexpr const char* proxyPath = "/api/proxy/chat/completions";
-
-    TimelineServer() {
-        respond([this](const SeenRequest& seen, httplib::Response& r) {
-            if (seen.path == "/api/token")
-                return replyJson(r, R"({"token":"T","expiresIn":3600})");
-            if (seen.path == "/api/prompts")
-                return replyJson(r, R"({"version":"t","updated":"","templates":{
-                    "original":"ORIGINAL {userPrompt}","relight":"RELIGHT {phaseDescription}"}})");
-            const auto phase = phaseOf(seen);
-            if (hook)
-                hook(phase, r);
-            if (r.status == -1 || r.status == 200)
-                replyJson(r, R"({"choices":[{"message":{"images":[{"image_url":{"url":")" +
-                                 pngDataURL(toBytes("img:" + phase)) + R"("}}]}}]})");
-        });
-    }
-    ~TimelineServer() { stop(); }
-
-    // "original" for the text-only request, else the phase whose description the text carries.
-    static std::string phaseOf(const SeenRequest& seen) {
-        const auto content = nlohmann::json::parse(seen.body).at("messages").at(0).at("content");
-        for (const auto& phase : lightingPhases)
-            if (content.is_array() &&
-                content[0]["text"] == "RELIGHT " + std::string(phase.timeOfDay) + ". " +
-                                          std::string(phase.description))
-                return std::string(phase.name);
-        return "original";
-    }
-    std::vector<std::string> requestedPhases() const {
-        std::vector<std::string> phases;
-        for (const auto& seen : seen(proxyPath))
-            phases.push_back(phaseOf(seen));
-        return phases;
-    }
-
-    std::function<void(const std::string& phase, httplib::Response&)> hook;
-};
 
 // A one-way latch with a deadline, for handlers that must hold a response back.
 class Gate {

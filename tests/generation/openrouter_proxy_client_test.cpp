@@ -1,6 +1,7 @@
 #include "../support/temporary_folder.h"
 #include "generation/openrouter_proxy_client.h"
 #include "generation/proxy_error.h"
+#include "generation/request_text.h"
 #include "loopback_server.h"
 #include "platform/http_client.h"
 

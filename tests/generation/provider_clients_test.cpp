@@ -4,10 +4,12 @@
 #include "generation/network_log.h"
 #include "generation/openai_image_edit_service.h"
 #include "generation/openrouter_image_service.h"
+#include "generation/request_text.h"
 #include "loopback_server.h"
 #include "platform/cancellation.h"
 
 #include <future>
+#include <nlohmann/json.hpp>
 
 namespace lumivesper::generation {
 namespace {

@@ -1,4 +1,5 @@
 #include "../support/temporary_folder.h"
+#include "generation/base64.h"
 #include "generation/bundled_resources.h"
 #include "generation/prompt_manager.h"
 #include "generation/token_manager.h"
@@ -8,6 +9,7 @@
 
 #include <atomic>
 #include <future>
+#include <nlohmann/json.hpp>
 
 namespace lumivesper::generation {
 namespace {
