@@ -1,5 +1,6 @@
 #include "settings/defaults.h"
 
+#include "platform/base64.h"
 #include "platform/console.h"
 #include "platform/paths.h"
 
@@ -19,66 +20,6 @@ namespace fs = std::filesystem;
 // exactly and stay distinguishable from strings.
 
 namespace {
-
-constexpr std::string_view base64Alphabet =
-    "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+/";
-
-std::string encodeBase64(const std::vector<std::uint8_t>& bytes) {
-    std::string out;
-    out.reserve((bytes.size() + 2) / 3 * 4);
-    std::size_t i = 0;
-    for (; i + 2 < bytes.size(); i += 3) {
-        const std::uint32_t n = (bytes[i] << 16) | (bytes[i + 1] << 8) | bytes[i + 2];
-        out += base64Alphabet[(n >> 18) & 63];
-        out += base64Alphabet[(n >> 12) & 63];
-        out += base64Alphabet[(n >> 6) & 63];
-        out += base64Alphabet[n & 63];
-    }
-    if (const std::size_t rest = bytes.size() - i; rest > 0) {
-        std::uint32_t n = bytes[i] << 16;
-        if (rest == 2)
-            n |= bytes[i + 1] << 8;
-        out += base64Alphabet[(n >> 18) & 63];
-        out += base64Alphabet[(n >> 12) & 63];
-        out += rest == 2 ? base64Alphabet[(n >> 6) & 63] : '=';
-        out += '=';
-    }
-    return out;
-}
-
-std::optional<std::vector<std::uint8_t>> decodeBase64(const std::string& text) {
-    if (text.size() % 4 != 0)
-        return std::nullopt;
-    std::vector<std::uint8_t> out;
-    out.reserve(text.size() / 4 * 3);
-    for (std::size_t i = 0; i < text.size(); i += 4) {
-        std::uint32_t n = 0;
-        int padding = 0;
-        for (std::size_t j = 0; j < 4; ++j) {
-            const char c = text[i + j];
-            n <<= 6;
-            if (c == '=') {
-                // Padding only at the very end, at most two characters.
-                if (i + 4 != text.size() || j < 2)
-                    return std::nullopt;
-                ++padding;
-                continue;
-            }
-            if (padding > 0)
-                return std::nullopt;
-            const auto index = base64Alphabet.find(c);
-            if (index == std::string_view::npos)
-                return std::nullopt;
-            n |= static_cast<std::uint32_t>(index);
-        }
-        out.push_back(static_cast<std::uint8_t>(n >> 16));
-        if (padding < 2)
-            out.push_back(static_cast<std::uint8_t>(n >> 8));
-        if (padding < 1)
-            out.push_back(static_cast<std::uint8_t>(n));
-    }
-    return out;
-}
 
 std::string timestamp() {
     const auto now = std::chrono::system_clock::now().time_since_epoch();
@@ -167,7 +108,7 @@ std::optional<std::vector<std::uint8_t>> Defaults::data(const std::string& key) 
     const auto encoded = it->find("data");
     if (encoded == it->end() || !encoded->is_string())
         return std::nullopt;
-    return decodeBase64(encoded->get<std::string>());
+    return platform::decodeBase64(encoded->get<std::string>());
 }
 
 void Defaults::setString(const std::string& key, const std::string& value) {
@@ -190,7 +131,7 @@ void Defaults::setInteger(const std::string& key, std::int64_t value) {
 
 void Defaults::setData(const std::string& key, const std::vector<std::uint8_t>& value) {
     std::lock_guard lock(mutex_);
-    values_[key] = nlohmann::json{{"data", encodeBase64(value)}};
+    values_[key] = nlohmann::json{{"data", platform::encodeBase64(value)}};
     writeLocked();
 }
 
