@@ -52,12 +52,7 @@ public:
                 return std::string(phase.name);
         return "original";
     }
-    std::vector<std::string> requestedPhases() const {
-        std::vector<std::string> phases;
-        for (const auto& seen : seen(proxyPath))
-            phases.push_back(phaseOf(seen));
-        return phases;
-    }
+    std::size_t proxied() const { return seen(proxyPath).size(); }
 
     std::function<void(const std::string& phase, httplib::Response&)> hook;
 };
@@ -147,9 +142,7 @@ TEST_F(GeneratorTest, TextRunMakesElevenImagesInTableOrder) {
 TEST_F(GeneratorTest, ReferenceRunRelightsTheGivenImageOnly) {
     const Bytes reference = toBytes("my photo");
     expectTimeline(generator().generateTimeline("ignored", "m", reference), "my photo");
-    const auto phases = server.requestedPhases();
-    EXPECT_EQ(phases.size(), 10u);
-    EXPECT_EQ(std::count(phases.begin(), phases.end(), "original"), 0);
+    EXPECT_EQ(server.proxied(), 10u);
     EXPECT_EQ(sentReferences(), std::vector(10, pngDataURL(reference)));
     EXPECT_EQ(progress.front(), "0/11 Using reference image...");
     EXPECT_EQ(progress.back(), "11/11 Completed 11/11 images...");
@@ -187,7 +180,7 @@ TEST_F(GeneratorTest, FailureInSecondBatchCancelsTheRest) {
     EXPECT_EQ(heldToTheEnd, 0) << "the held requests were waited for";
     release.open();
     std::lock_guard lock(mutex);
-    EXPECT_EQ(server.requestedPhases().size(), 6u) << "a phase of batch three was asked for";
+    EXPECT_EQ(server.proxied(), 6u) << "a phase of batch three was asked for";
     EXPECT_LE(generated.size(), 7u);
     EXPECT_EQ(generated.front(), "night=base");
     EXPECT_EQ(std::count(generated.begin(), generated.end(), "civil=img:civil"), 0);
@@ -213,7 +206,7 @@ TEST_F(GeneratorTest, StoppingTheRunCancelsRequestsInFlight) {
     EXPECT_THROW(result.get(), platform::CancellationError);
     EXPECT_EQ(heldToTheEnd, 0);
     release.open();
-    EXPECT_LE(server.requestedPhases().size(), 3u) << "batch two started";
+    EXPECT_LE(server.proxied(), 3u) << "batch two started";
 }
 
 // ---- lumivesper-cli generate
@@ -235,10 +228,7 @@ TEST_F(GeneratorTest, CommandWritesElevenImagesNamedBySequence) {
 }
 
 TEST_F(GeneratorTest, CommandFailuresExitNonZeroKeepingWhatWasWritten) {
-    EXPECT_EQ(run({"--prompt", "x"}), cli::exitUsage);
-    EXPECT_EQ(run({"-o", output.string()}), cli::exitUsage);
-    EXPECT_EQ(run({"--prompt", "  ", "-o", output.string()}), cli::exitUsage);
-    EXPECT_EQ(run({"--colour", "red"}), cli::exitUsage);
+    EXPECT_EQ(run({"--prompt", "  ", "-o", output.string()}), cli::exitUsage); // a blank prompt
     EXPECT_EQ(run({"--image", (folder.path() / "missing.png").string(), "-o", output.string()}),
               cli::exitFailure);
     EXPECT_EQ(file("original.png"), "");

@@ -22,6 +22,11 @@ struct SeenRequest {
     std::map<std::string, httplib::MultipartFormData> parts;
 };
 
+inline void replyJson(httplib::Response& response, const std::string& json, int status = 200) {
+    response.status = status;
+    response.set_content(json, "application/json");
+}
+
 // A real HTTP server on 127.0.0.1 and an ephemeral port, answering every GET and POST through
 // `respond` and recording what it saw. It listens from construction on.
 class RecordingServer {
@@ -69,10 +74,7 @@ public:
         respond_ = std::move(responder);
     }
     void answerWith(const std::string& body, int status = 200) {
-        respond([=](const SeenRequest&, httplib::Response& r) {
-            r.status = status;
-            r.set_content(body, "application/json");
-        });
+        respond([=](const SeenRequest&, httplib::Response& r) { replyJson(r, body, status); });
     }
     std::vector<SeenRequest> seen(const std::string& path = "") const {
         std::lock_guard lock(mutex_);
@@ -92,11 +94,6 @@ private:
     int port_ = 0;
     std::thread thread_;
 };
-
-inline void replyJson(httplib::Response& response, const std::string& json, int status = 200) {
-    response.status = status;
-    response.set_content(json, "application/json");
-}
 
 // What `call` throws as `Error`, if it does.
 template <typename Error> std::optional<Error> thrown(const std::function<void()>& call) {

@@ -124,22 +124,18 @@ TEST_F(ProxyClientTest, RequestFormsAndModelIds) {
 }
 
 TEST_F(ProxyClientTest, OneRetryOn401AndOnly200Succeeds) {
-    const std::string gateway = "Bad gateway: upstream timed out";
-    // The answers, one per request and the last repeated; the bytes or failure; the requests made;
-    // a console line.
-    const std::vector<
-        std::tuple<std::vector<std::pair<int, std::string>>, std::string, std::size_t, std::string>>
-        exchanges{{{{401, "expired"}, {200, b64Answer}},
-                   "ABC",
-                   2,
-                   "⚠️  Token expired, retrying with fresh token...\n"},
-                  {{{401, "expired"}}, "Unauthorized - token expired", 2, ""},
-                  {{{502, gateway}},
-                   "Server error 502: " + gateway,
-                   1,
-                   "❌ Proxy error (502): " + gateway + "\n"},
-                  {{{201, b64Answer}}, std::string("Server error 201: ") + b64Answer, 1, ""}};
-    for (const auto& [answers, result, requests, consoleLine] : exchanges) {
+    const std::string retrying = "⚠️  Token expired, retrying with fresh token...\n";
+    struct Exchange {
+        std::vector<std::pair<int, std::string>> answers; // in turn, the last repeated
+        std::string result;
+        std::size_t requests;
+        std::string consoleLine;
+    };
+    for (const auto& [answers, result, requests, consoleLine] : std::vector<Exchange>{
+             {{{401, "x"}, {200, b64Answer}}, "ABC", 2, retrying},
+             {{{401, "x"}}, "Unauthorized - token expired", 2, retrying},
+             {{{502, "down"}}, "Server error 502: down", 1, "❌ Proxy error (502): down\n"},
+             {{{201, b64Answer}}, std::string("Server error 201: ") + b64Answer, 1, ""}}) {
         std::atomic<std::size_t> count{0};
         answer([&](const SeenRequest&, httplib::Response& r) {
             const auto& [status, body] = answers[std::min(count++, answers.size() - 1)];
