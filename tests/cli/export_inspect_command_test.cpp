@@ -1,12 +1,18 @@
 #include "../support/temporary_folder.h"
 #include "cli/command.h"
+#include "document/json_coding.h"
+#include "document/project.h"
 #include "platform/image_io.h"
 
+#include <chrono>
+#include <csignal>
+#include <cstdlib>
 #include <fstream>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <nlohmann/json.hpp>
 #include <sstream>
+#include <thread>
 
 namespace lumivesper::cli {
 namespace {
@@ -14,66 +20,90 @@ namespace {
 using ::testing::HasSubstr;
 
 struct CommandRun {
-    int exitCode;
+    int exitCode = -1;
     std::string out;
     std::string err;
 };
 
+CommandRun run(int (*command)(const CommandContext&), std::vector<std::string> arguments) {
+    std::ostringstream out, err;
+    const int code = command(CommandContext{std::move(arguments), out, err});
+    return {code, out.str(), err.str()};
+}
+
+// Temporary and data folders point into the test folder, so the command's working folders can be
+// seen and nothing is left in the real ones.
 class ExportInspectCommandTest : public ::testing::Test {
 protected:
-    // A PNG whose width tells it apart in the exported file.
-    std::string png(const std::string& name, int width) {
-        platform::PixelImage pixels(width, 8);
-        for (std::size_t i = 3; i < pixels.rgba.size(); i += 4)
-            pixels.rgba[i] = 255;
+    void SetUp() override {
+        save("TMPDIR", folder.path() / "tmp");
+        save("XDG_DATA_HOME", folder.path() / "data");
+        std::filesystem::create_directories(folder.path() / "tmp");
+    }
+    void TearDown() override {
+        for (const auto& [name, value] : saved)
+            value ? ::setenv(name.c_str(), value->c_str(), 1) : ::unsetenv(name.c_str());
+    }
+
+    void save(const std::string& name, const std::filesystem::path& value) {
+        const char* previous = std::getenv(name.c_str());
+        saved.emplace_back(name, previous ? std::optional<std::string>(previous) : std::nullopt);
+        ::setenv(name.c_str(), value.c_str(), 1);
+    }
+
+    // A textured PNG; its width tells it apart in the exported file.
+    std::string png(const std::string& name, int width, int height = 8) {
+        platform::PixelImage pixels(width, height);
+        for (std::size_t i = 0; i < pixels.rgba.size(); ++i)
+            pixels.rgba[i] = i % 4 == 3 ? 255 : static_cast<std::uint8_t>(i / 4 % 251);
         const auto path = folder.path() / name;
         platform::writePng(pixels, path);
         return path.string();
     }
 
-    static CommandRun run(int (*command)(const CommandContext&),
-                          std::vector<std::string> arguments) {
-        std::ostringstream out;
-        std::ostringstream err;
-        const int code = command(CommandContext{std::move(arguments), out, err});
-        return {code, out.str(), err.str()};
-    }
-
-    nlohmann::json inspectJson(const std::string& file) {
-        const auto result = run(runInspect, {file, "--json"});
+    nlohmann::json inspectJson() {
+        const auto result = run(runInspect, {output, "--json"});
         EXPECT_EQ(result.exitCode, exitSuccess) << result.err;
         return nlohmann::json::parse(result.out);
     }
 
-    testing::TemporaryFolder folder;
+    int workingFolders() const {
+        int count = 0;
+        for (const auto& entry : std::filesystem::directory_iterator(folder.path() / "tmp"))
+            count += entry.path().filename().string().starts_with("LumivesperAIPreprocess-");
+        return count;
+    }
+
+    lumivesper::testing::TemporaryFolder folder;
     std::string output = (folder.path() / "out.heic").string();
+    std::vector<std::pair<std::string, std::optional<std::string>>> saved;
 };
 
 TEST_F(ExportInspectCommandTest, TimeModeFollowsTheDocumentsSunOrderAndKeepsExactValues) {
-    // Given noon first and dawn second; the document sorts by hour, so dawn comes first.
-    const auto noon = png("noon.png", 40) + "@60,180";
-    const auto dawn = png("dawn.png", 24) + "@-6.25,95.125";
-    const auto result = run(runExport, {noon, dawn, "-o", output});
+    // Given noon first; the document sorts by hour, so dawn comes first. An '@' in a file name
+    // without values after it belongs to the name.
+    const auto result = run(runExport, {png("noon.png", 40) + "@60,180", png("logo@2x.png", 8),
+                                        png("dawn.png", 24) + "@-6.25,95.125", "-o", output});
     ASSERT_EQ(result.exitCode, exitSuccess) << result.err;
-    EXPECT_THAT(result.err, HasSubstr("Encoded image 2/2"));
+    EXPECT_THAT(result.err, HasSubstr("Encoded image 3/3"));
 
-    const auto json = inspectJson(output);
+    const auto json = inspectJson();
     EXPECT_EQ(json["kind"], "solar");
-    ASSERT_EQ(json["frames"].size(), 2u);
+    ASSERT_EQ(json["frames"].size(), 3u);
     EXPECT_EQ(json["images"][0]["width"], 24);
     EXPECT_EQ(json["frames"][0]["altitude"], -6.25);
     EXPECT_EQ(json["frames"][0]["azimuth"], 95.125);
-    EXPECT_EQ(json["frames"][0]["light"], 0);
     EXPECT_EQ(json["images"][1]["width"], 40);
     EXPECT_EQ(json["frames"][1]["altitude"], 60.0);
-    EXPECT_EQ(json["images"][1]["hasXmp"], false);
+    EXPECT_EQ(json["images"][2]["width"], 8); // logo@2x.png: altitude and azimuth 0
+    EXPECT_EQ(json["frames"][2]["altitude"], 0.0);
 }
 
 TEST_F(ExportInspectCommandTest, AppearanceModeWritesLightThenDark) {
     const auto result = run(runExport, {png("night.png", 16) + "@dark", png("day.png", 32),
                                         "--mode", "appearance", "-o", output});
     ASSERT_EQ(result.exitCode, exitSuccess) << result.err;
-    const auto json = inspectJson(output);
+    const auto json = inspectJson();
     EXPECT_EQ(json["kind"], "apr");
     EXPECT_EQ(json["light"], 0);
     EXPECT_EQ(json["dark"], 1);
@@ -96,6 +126,9 @@ TEST_F(ExportInspectCommandTest, BadUsageExitsWithTwo) {
         {image + "@light", "-o", output},             // appearance value in time mode
         {image + "@60", "-o", output},                // one angle
         {image + "@60,180", "--mode", "appearance", "-o", output},
+        {image, "--canvas", "0x100", "-o", output},
+        {image, "--canvas", "huge", "-o", output},
+        {image, "--upscale", "fancy", "-o", output},
     };
     for (const auto& arguments : cases) {
         const auto result = run(runExport, arguments);
@@ -107,31 +140,93 @@ TEST_F(ExportInspectCommandTest, BadUsageExitsWithTwo) {
 }
 
 TEST_F(ExportInspectCommandTest, FailuresExitWithOneAndSayWhy) {
-    const auto text = folder.path() / "notes.png";
-    std::ofstream(text) << "not an image";
-    auto unreadable = run(runExport, {text.string(), "-o", output});
-    EXPECT_EQ(unreadable.exitCode, exitFailure);
-    EXPECT_THAT(unreadable.err, HasSubstr("notes.png"));
-
-    auto oneImage = run(runExport, {png("a.png", 8), "--mode", "appearance", "-o", output});
-    EXPECT_EQ(oneImage.exitCode, exitFailure);
-    EXPECT_THAT(oneImage.err,
-                HasSubstr("Invalid configuration: Appearance mode requires at least 2 images"));
-
-    auto noFolder =
+    const auto noFolder =
         run(runExport, {png("b.png", 8), "-o", (folder.path() / "x" / "o.heic").string()});
     EXPECT_EQ(noFolder.exitCode, exitFailure);
     EXPECT_THAT(noFolder.err, HasSubstr("Failed to create HEIC file"));
 
+    save("LUMIVESPER_UPSCALE_MODEL", folder.path() / "no-model.onnx");
+    const auto noModel =
+        run(runExport, {png("a.png", 8), "--upscale", "auto", "--canvas", "8k", "-o", output});
+    EXPECT_EQ(noModel.exitCode, exitFailure);
+    EXPECT_THAT(noModel.err, HasSubstr("model failed to load"));
+    EXPECT_FALSE(std::filesystem::exists(output));
+
+    const auto text = folder.path() / "notes.png";
+    std::ofstream(text) << "not an image";
     EXPECT_EQ(run(runInspect, {text.string()}).exitCode, exitFailure);
     EXPECT_EQ(run(runInspect, {(folder.path() / "missing.heic").string()}).exitCode, exitFailure);
 }
 
-TEST_F(ExportInspectCommandTest, AFileNameWithAnAtSignIsTakenWhole) {
-    const auto image = png("logo@2x.png", 8);
-    const auto result = run(runExport, {image, "-o", output});
-    EXPECT_EQ(result.exitCode, exitSuccess) << result.err;
-    EXPECT_EQ(inspectJson(output)["frames"][0]["altitude"], 0.0);
+TEST_F(ExportInspectCommandTest, CustomCanvasFillsEveryFrameAndCleansUp) {
+    const auto result =
+        run(runExport, {png("a.png", 40, 40) + "@10,100", png("b.png", 30, 10) + "@20,200",
+                        "--canvas", "64x32", "--dither", "-o", output});
+    ASSERT_EQ(result.exitCode, exitSuccess) << result.err;
+    EXPECT_THAT(result.err, HasSubstr("Preprocessed frame 2/2"));
+    EXPECT_THAT(result.err, HasSubstr("[3/4] Encoded image 1/2"));
+    for (const auto& image : inspectJson()["images"]) {
+        EXPECT_EQ(image["width"], 64);
+        EXPECT_EQ(image["height"], 32);
+    }
+    EXPECT_EQ(workingFolders(), 0);
+}
+
+TEST_F(ExportInspectCommandTest, KeptFramesStayUnderTheDataFolder) {
+    const auto result = run(runExport, {png("a.png", 20, 10), "--canvas", "source", "--keep-frames",
+                                        "--dither", "-o", output});
+    ASSERT_EQ(result.exitCode, exitSuccess) << result.err;
+    const auto kept = folder.path() / "data" / "Lumivesper AI" / "Preprocessed";
+    ASSERT_TRUE(std::filesystem::is_directory(kept));
+    const auto session = std::filesystem::directory_iterator(kept)->path();
+    EXPECT_TRUE(std::filesystem::exists(session / "frame_0001.png"));
+    EXPECT_THAT(result.out, HasSubstr(session.string()));
+}
+
+TEST_F(ExportInspectCommandTest, InterruptCancelsAndRemovesTheTemporaryFrames) {
+    std::vector<std::string> arguments;
+    for (int n = 0; n < 6; ++n)
+        arguments.push_back(png("f" + std::to_string(n) + ".png", 64, 36));
+    arguments.insert(arguments.end(), {"--canvas", "8k", "-o", output});
+    CommandRun result;
+    std::thread exporter([&] { result = run(runExport, arguments); });
+    const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(60);
+    while (workingFolders() == 0 && std::chrono::steady_clock::now() < deadline)
+        std::this_thread::yield();
+    ASSERT_EQ(workingFolders(), 1);
+    ::kill(::getpid(), SIGINT);
+    exporter.join();
+
+    EXPECT_EQ(result.exitCode, exitFailure);
+    EXPECT_THAT(result.err, HasSubstr("Export cancelled"));
+    EXPECT_EQ(workingFolders(), 0);
+    EXPECT_FALSE(std::filesystem::exists(output));
+}
+
+TEST_F(ExportInspectCommandTest, APackageExportsItsImagesWithTheirValuesAndMode) {
+    const auto package = folder.path() / "Evening.lvesper";
+    std::filesystem::create_directories(package / "images");
+    document::Project project;
+    project.mode = document::WallpaperMode::appearance;
+    for (auto [name, light] : {std::pair{"night.png", false}, std::pair{"day.png", true}}) {
+        std::filesystem::copy_file(png(name, light ? 24 : 16), package / "images" / name);
+        document::WallpaperImage image;
+        image.fileName = name;
+        image.isLight = light;
+        project.images.push_back(image);
+    }
+    std::ofstream(package / "project.json") << nlohmann::json(project).dump();
+
+    const auto result = run(runExport, {package.string(), "-o", output});
+    ASSERT_EQ(result.exitCode, exitSuccess) << result.err;
+    const auto json = inspectJson();
+    EXPECT_EQ(json["kind"], "apr");
+    EXPECT_EQ(json["images"][0]["width"], 24); // the light image first
+
+    std::filesystem::remove(package / "images" / "day.png");
+    const auto missing = run(runExport, {package.string(), "-o", output});
+    EXPECT_EQ(missing.exitCode, exitFailure);
+    EXPECT_THAT(missing.err, HasSubstr("day.png"));
 }
 
 } // namespace
