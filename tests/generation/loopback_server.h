@@ -6,7 +6,6 @@
 #include <functional>
 #include <gtest/gtest.h>
 #include <httplib.h>
-#include <map>
 #include <mutex>
 #include <optional>
 #include <string>
@@ -17,9 +16,7 @@ namespace lumivesper::generation::testing {
 
 // What the stand-in server saw of one request.
 struct SeenRequest {
-    std::string method, path, query, contentType, authorization, title;
-    std::string body; // empty for multipart bodies, which arrive parsed in `parts`
-    std::map<std::string, httplib::MultipartFormData> parts;
+    std::string method, path, query, contentType, authorization, title, body;
 };
 
 inline void replyJson(httplib::Response& response, const std::string& json, int status = 200) {
@@ -37,12 +34,10 @@ public:
         auto handler = [this](const httplib::Request& request, httplib::Response& response) {
             const auto header = [&](const char* name) { return request.get_header_value(name); };
             SeenRequest seen{
-                request.method,          request.path,      {},           header("Content-Type"),
-                header("Authorization"), header("X-Title"), request.body, {}};
+                request.method,          request.path,      {},          header("Content-Type"),
+                header("Authorization"), header("X-Title"), request.body};
             for (const auto& [name, value] : request.params)
                 seen.query += (seen.query.empty() ? "" : "&") + name + "=" + value;
-            for (const auto& [name, part] : request.files)
-                seen.parts[name] = part;
             Responder responder;
             {
                 std::lock_guard lock(mutex_);
