@@ -152,9 +152,6 @@ TEST_F(ExportInspectCommandTest, FailuresExitWithOneAndSayWhy) {
     EXPECT_THAT(noModel.err, HasSubstr("model failed to load"));
     EXPECT_FALSE(std::filesystem::exists(output));
 
-    const auto text = folder.path() / "notes.png";
-    std::ofstream(text) << "not an image";
-    EXPECT_EQ(run(runInspect, {text.string()}).exitCode, exitFailure);
     EXPECT_EQ(run(runInspect, {(folder.path() / "missing.heic").string()}).exitCode, exitFailure);
 }
 
@@ -163,7 +160,6 @@ TEST_F(ExportInspectCommandTest, CustomCanvasFillsEveryFrameAndCleansUp) {
         run(runExport, {png("a.png", 40, 40) + "@10,100", png("b.png", 30, 10) + "@20,200",
                         "--canvas", "64x32", "--dither", "-o", output});
     ASSERT_EQ(result.exitCode, exitSuccess) << result.err;
-    EXPECT_THAT(result.err, HasSubstr("Preprocessed frame 2/2"));
     EXPECT_THAT(result.err, HasSubstr("[3/4] Encoded image 1/2"));
     for (const auto& image : inspectJson()["images"]) {
         EXPECT_EQ(image["width"], 64);

@@ -6,7 +6,6 @@
 
 #include <atomic>
 #include <functional>
-#include <ostream>
 #include <string>
 
 namespace lumivesper::exporting::testing {
@@ -63,18 +62,6 @@ template <typename Error, typename Call> std::string failure(Call&& call) {
         return error.description();
     }
     return "no error";
-}
-
-// One progress report: (current, total, message).
-struct Report {
-    int current;
-    int total;
-    std::string message;
-    bool operator==(const Report&) const = default;
-};
-
-inline void PrintTo(const Report& report, std::ostream* out) {
-    *out << "(" << report.current << ", " << report.total << ", \"" << report.message << "\")";
 }
 
 } // namespace lumivesper::exporting::testing

@@ -2,8 +2,10 @@
 #include "export/heic_generator.h"
 #include "export/heic_generator_error.h"
 #include "export/heic_writer.h"
+#include "export/tween_generator.h"
 #include "export/wallpaper_reader.h"
 #include "export_test_support.h"
+#include "platform/cancellation.h"
 #include "platform/image_io.h"
 
 #include <fstream>
@@ -17,8 +19,6 @@ using document::WallpaperImage;
 using document::WallpaperMode;
 using ::testing::ElementsAre;
 using ::testing::HasSubstr;
-
-using testing::Report;
 
 class HeicGeneratorTest : public ::testing::Test {
 protected:
@@ -39,7 +39,8 @@ protected:
         try {
             HeicGenerator().generate(images, output, mode, config,
                                      [this](int current, int total, const std::string& message) {
-                                         reports.push_back({current, total, message});
+                                         reports.push_back(std::to_string(current) + "/" +
+                                                           std::to_string(total) + " " + message);
                                      });
         } catch (const HeicGeneratorError& error) {
             return error.description();
@@ -49,7 +50,7 @@ protected:
 
     lumivesper::testing::TemporaryFolder folder;
     std::filesystem::path output = folder.path() / "out.heic";
-    std::vector<Report> reports;
+    std::vector<std::string> reports;
 };
 
 TEST_F(HeicGeneratorTest, TimeFileKeepsTheGivenOrderExactValuesAndXmpOnThePrimaryOnly) {
@@ -59,11 +60,9 @@ TEST_F(HeicGeneratorTest, TimeFileKeepsTheGivenOrderExactValuesAndXmpOnThePrimar
                     image("odd.png", 16, 12.3456789, 400.0, false)};
     ASSERT_EQ(generate(images, WallpaperMode::time), "");
     EXPECT_THAT(reports,
-                ElementsAre(Report{0, 3, "Starting generation..."},
-                            Report{0, 3, "Creating time-based wallpaper..."},
-                            Report{1, 3, "Encoded image 1/3"}, Report{2, 3, "Encoded image 2/3"},
-                            Report{3, 3, "Encoded image 3/3"},
-                            Report{3, 3, "Solar wallpaper created with 3 images"}));
+                ElementsAre("0/3 Starting generation...", "0/3 Creating time-based wallpaper...",
+                            "1/3 Encoded image 1/3", "2/3 Encoded image 2/3",
+                            "3/3 Encoded image 3/3", "3/3 Solar wallpaper created with 3 images"));
 
     const auto info = readWallpaper(output);
     EXPECT_EQ(info.kind, "solar");
@@ -91,10 +90,9 @@ TEST_F(HeicGeneratorTest, ConfigurationWithoutStagesDoublesTheTotalButTakesTheDi
                        WallpaperMode::time, config),
               "");
     EXPECT_THAT(reports,
-                ElementsAre(Report{0, 4, "Starting generation..."},
-                            Report{0, 4, "Creating time-based wallpaper..."},
-                            Report{3, 4, "Encoded image 1/2"}, Report{4, 4, "Encoded image 2/2"},
-                            Report{4, 4, "Solar wallpaper created with 2 images"}));
+                ElementsAre("0/4 Starting generation...", "0/4 Creating time-based wallpaper...",
+                            "3/4 Encoded image 1/2", "4/4 Encoded image 2/2",
+                            "4/4 Solar wallpaper created with 2 images"));
     EXPECT_FALSE(std::filesystem::exists(config.outputDirectory));
 }
 
@@ -103,9 +101,9 @@ TEST_F(HeicGeneratorTest, AppearanceTakesTheFirstLightAndTheOnlyDarkImage) {
                                     image("day2.png", 24), // isLight none sorts as light
                                     image("night.png", 16, {}, {}, false)};
     ASSERT_EQ(generate(images, WallpaperMode::appearance), "");
-    EXPECT_THAT(reports, ElementsAre(Report{0, 3, "Starting generation..."},
-                                     Report{0, 3, "Creating appearance-based wallpaper..."},
-                                     Report{3, 3, "Appearance wallpaper created"}));
+    EXPECT_THAT(reports, ElementsAre("0/3 Starting generation...",
+                                     "0/3 Creating appearance-based wallpaper...",
+                                     "3/3 Appearance wallpaper created"));
     const auto info = readWallpaper(output);
     EXPECT_EQ(std::tuple(info.kind, info.lightIndex, info.darkIndex), std::tuple("apr", 0, 1));
     ASSERT_EQ(info.images.size(), 2u);
@@ -115,12 +113,12 @@ TEST_F(HeicGeneratorTest, AppearanceTakesTheFirstLightAndTheOnlyDarkImage) {
 
 TEST_F(HeicGeneratorTest, FailuresBeforeAnyEncodingLeaveThePreviousFileAlone) {
     EXPECT_EQ(generate({}, WallpaperMode::time), "Invalid configuration: No images provided");
-    EXPECT_THAT(reports, ElementsAre(Report{0, 0, "Starting generation..."}));
+    EXPECT_THAT(reports, ElementsAre("0/0 Starting generation..."));
     reports.clear();
     EXPECT_EQ(generate({image("a.png", 8)}, WallpaperMode::appearance),
               "Invalid configuration: Appearance mode requires at least 2 images");
-    EXPECT_THAT(reports, ElementsAre(Report{0, 1, "Starting generation..."},
-                                     Report{0, 1, "Creating appearance-based wallpaper..."}));
+    EXPECT_THAT(reports, ElementsAre("0/1 Starting generation...",
+                                     "0/1 Creating appearance-based wallpaper..."));
 
     std::ofstream(output) << "previous";
     std::ofstream(folder.path() / "text.png") << "not an image";
@@ -165,6 +163,96 @@ TEST(WallpaperFileTest, ReaderRefusesOtherFilesAndTheWriterKeepsAlpha) {
     } catch (const WallpaperReadError& error) {
         EXPECT_THAT(error.what(), HasSubstr("not a dynamic wallpaper"));
     }
+}
+
+class TweenGeneratorTest : public ::testing::Test {
+protected:
+    std::filesystem::path solid(const std::string& name, int width, int height,
+                                std::uint8_t value) {
+        return *testing::solidImage(folder.path(), name, width, height, value).sourcePath;
+    }
+
+    static HeicFrameSource frameAt(const std::filesystem::path& path) { return {{}, path, {}}; }
+
+    lumivesper::testing::TemporaryFolder folder;
+    TweenGenerator generator;
+    const std::filesystem::path black = solid("black.png", 8, 4, 0);
+    const std::filesystem::path grey = solid("grey.png", 8, 4, 200);
+};
+
+TEST_F(TweenGeneratorTest, BlendsRunAlongASmoothstepFromTheFirstImageTowardsTheSecond) {
+    EXPECT_DOUBLE_EQ(TweenGenerator::easedFraction(1, 1), 0.5);
+    std::vector<std::pair<int, int>> calls;
+    const auto tweens = generator.generateTweens(
+        black, grey, 3, [&](int done, int total) { calls.emplace_back(done, total); });
+    ASSERT_EQ(tweens.size(), 3u);
+    const double fractions[] = {0.15625, 0.5, 0.84375};
+    for (std::size_t n = 0; n < 3; ++n) {
+        EXPECT_DOUBLE_EQ(TweenGenerator::easedFraction(static_cast<int>(n) + 1, 3), fractions[n]);
+        EXPECT_NEAR(tweens[n].rgba[0], 200 * fractions[n], 0.51) << "tween " << n;
+        EXPECT_EQ(tweens[n].rgba[3], 255);
+    }
+    EXPECT_EQ(calls, (std::vector<std::pair<int, int>>{{1, 3}, {2, 3}, {3, 3}}));
+
+    // A second image of another shape is stretched to the first.
+    const auto stretched =
+        generator.generateTweens(solid("wide.png", 16, 4, 0), solid("square.png", 6, 6, 100), 1);
+    ASSERT_EQ(stretched.size(), 1u);
+    EXPECT_EQ(std::pair(stretched[0].width, stretched[0].height), std::pair(16, 4));
+    EXPECT_NEAR(stretched[0].pixel(15, 3)[0], 50, 1);
+}
+
+TEST_F(TweenGeneratorTest, InvalidCountsAndMissingFilesFailBeforeAnyWork) {
+    for (int count : {0, -2})
+        EXPECT_EQ(testing::failure<TweenGeneratorError>(
+                      [&] { generator.generateTweens(black, black, count); }),
+                  "Invalid tween count");
+    EXPECT_EQ(testing::failure<TweenGeneratorError>(
+                  [&] { generator.generateTweens(black, folder.path() / "missing.png", 2); }),
+              "Failed to load images for tweening");
+}
+
+TEST_F(TweenGeneratorTest, SavedTweensAreNamedAfterTheBaseAndCancellationStopsBetweenFrames) {
+    const auto out = folder.path() / "made" / "here";
+    const auto paths = generator.generateAndSaveTweens(black, grey, 2, out, "sunrise");
+    EXPECT_EQ(paths, (std::vector{out / "sunrise_tween_1.png", out / "sunrise_tween_2.png"}));
+    EXPECT_NEAR(platform::loadImage(paths.at(1)).rgba[0], 200 * TweenGenerator::easedFraction(2, 2),
+                0.51);
+
+    std::stop_source stop;
+    int done = 0;
+    EXPECT_THROW(generator.generateAndSaveTweens(
+                     black, grey, 5, folder.path() / "out", "x",
+                     [&](int completed, int) {
+                         done = completed;
+                         stop.request_stop();
+                     },
+                     stop.get_token()),
+                 platform::CancellationError);
+    EXPECT_EQ(done, 1);
+    EXPECT_FALSE(std::filesystem::exists(folder.path() / "out" / "x_tween_1.png"));
+}
+
+TEST_F(TweenGeneratorTest, BlendFrameMixesLinearlyIntoANumberedFrameOfEqualSizesOnly) {
+    document::WallpaperImage tween;
+    tween.altitude = 12.5;
+    const auto result =
+        generator.blendFrame(frameAt(black), frameAt(grey), tween, 0, folder.path(), 0.3);
+    EXPECT_EQ(result.url, folder.path() / "tween_0000.png");
+    EXPECT_EQ(result.size, (FrameSize{8, 4}));
+    EXPECT_EQ(result.image.altitude, 12.5);
+    EXPECT_EQ(result.image.id, tween.id);
+    EXPECT_EQ(platform::loadImage(result.url).rgba[0], 60);
+    EXPECT_EQ(generator.blendFrame(frameAt(black), frameAt(grey), tween, 12, folder.path(), 1).url,
+              folder.path() / "tween_0012.png");
+
+    const auto tall = solid("tall.png", 4, 6, 0);
+    EXPECT_EQ(
+        testing::failure<HeicGeneratorError>([&] {
+            generator.blendFrame(frameAt(black), frameAt(tall), {}, 0, folder.path(), 0.5);
+        }),
+        "Image processing failed: Source images have different sizes: (0.0, 0.0, 8.0, 4.0) vs "
+        "(0.0, 0.0, 4.0, 6.0)");
 }
 
 } // namespace

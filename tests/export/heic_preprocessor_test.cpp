@@ -11,7 +11,6 @@
 #include <cmath>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
-#include <regex>
 #include <vips/vips.h>
 
 namespace lumivesper::exporting {
@@ -24,6 +23,16 @@ class HeicPreprocessorTest : public ::testing::Test {
 protected:
     WallpaperImage solid(const std::string& name, int width, int height, std::uint8_t value = 0) {
         return testing::solidImage(folder.path(), name, width, height, value);
+    }
+
+    // A 6x4 grey frame in the sky, as the optimized path sees it.
+    WallpaperImage grey(const std::string& name, std::uint8_t value, double altitude,
+                        bool isTween = false) {
+        auto image = solid(name, 6, 4, value);
+        image.altitude = altitude;
+        image.azimuth = 100;
+        image.isTween = isTween;
+        return image;
     }
 
     HeicPreprocessConfig config(std::optional<FrameSize> target = {}, bool twice = false) {
@@ -75,8 +84,7 @@ TEST_F(HeicPreprocessorTest, NoStageIsRefusedAndStrategyOffNeverAsksTheUpscaler)
     auto configuration = config(FrameSize{40, 20}, true);
     configuration.upscaleStrategy = upscale::HeicUpscaleStrategy::off;
     const auto session = run(configuration, {solid("a.png", 10, 10)});
-    EXPECT_EQ(upscaler->factorRequests, 0);
-    EXPECT_EQ(upscaler->upscales, 0);
+    EXPECT_EQ(upscaler->factorRequests + upscaler->upscales, 0);
     ASSERT_EQ(session.frames.size(), 1u);
     EXPECT_EQ(platform::readImageSize(session.frames[0].url), (platform::ImageSize{40, 20}));
 }
@@ -110,7 +118,6 @@ TEST_F(HeicPreprocessorTest, FramesKeepTheirSizeWithoutATargetAndOnlyFinalFilesR
     EXPECT_EQ(session.frames[0].url, configuration.outputDirectory / "frame_0001.png");
     EXPECT_EQ(session.frames[0].size, (FrameSize{30, 10}));
     EXPECT_EQ(session.frames[1].size, (FrameSize{12, 16}));
-    EXPECT_EQ(session.frames[1].image.fileName, "b.png");
     EXPECT_THAT(filesIn(session.directory), ElementsAre("frame_0001.png", "frame_0002.png"));
 
     std::filesystem::remove_all(session.directory);
@@ -161,19 +168,18 @@ TEST_F(HeicPreprocessorTest, AMissingSourceMidRunFailsAndLeavesTheFilesInPlace) 
 }
 
 TEST(DitherTest, ChangesPixelsByAtMostTwoPercentAndIsNotANoOp) {
-    platform::PixelImage image(64, 64);
-    for (std::size_t i = 0; i < image.rgba.size(); ++i)
-        image.rgba[i] = i % 4 == 3 ? 255 : 128;
-    auto dithered = image;
+    platform::PixelImage dithered(64, 64);
+    for (std::size_t i = 0; i < dithered.rgba.size(); ++i)
+        dithered.rgba[i] = i % 4 == 3 ? 255 : 128;
     dither(dithered, 7);
     int changed = 0;
     double sum = 0;
-    for (std::size_t i = 0; i < image.rgba.size(); ++i) {
-        const int difference = int(dithered.rgba[i]) - int(image.rgba[i]);
+    for (std::size_t i = 0; i < dithered.rgba.size(); ++i) {
+        const int difference = int(dithered.rgba[i]) - (i % 4 == 3 ? 255 : 128);
         EXPECT_LE(std::abs(difference), 6) << i;
         changed += difference != 0;
         sum += difference;
-        EXPECT_TRUE(i % 4 != 3 || dithered.rgba[i] == 255) << "alpha " << i;
+        EXPECT_TRUE(i % 4 != 3 || difference == 0) << "alpha " << i;
     }
     EXPECT_GT(changed, 1000);
     // Mid-grey gets about as much noise (~1% of 255) as it loses (~1% of 128).
@@ -270,17 +276,7 @@ TEST(TweenBlendFactorTest, FollowsTheSunsClimbBetweenTheKeyFrames) {
 }
 
 // The optimized path: only key frames are upscaled, and the tweens are blended again from them.
-class FramePreparationTest : public HeicPreprocessorTest {
-protected:
-    WallpaperImage grey(const std::string& name, std::uint8_t value, std::optional<double> altitude,
-                        bool isTween = false) {
-        auto image = solid(name, 6, 4, value);
-        image.altitude = altitude;
-        image.azimuth = 100;
-        image.isTween = isTween;
-        return image;
-    }
-};
+using FramePreparationTest = HeicPreprocessorTest;
 
 TEST_F(FramePreparationTest, OptimizedPathBlendsTweensFromUpscaledKeysWithWrapAround) {
     // The stored tween files are deliberately wrong (value 7): they must not be used.
@@ -324,17 +320,11 @@ TEST_F(FramePreparationTest, OnlyTweensCannotBeUpscaled) {
         "Invalid configuration: No key frames found (only tweens)");
 }
 
-TEST_F(FramePreparationTest, GenerateRemovesTheTemporaryFramesOnSuccessAndOnFailure) {
+TEST_F(FramePreparationTest, AFailedEncodingStillRemovesTheTemporaryFrames) {
+    // The encoder fails (no output folder) after preparation; success is covered by the command.
     const auto configuration = config({}, true);
-    const std::vector<WallpaperImage> images = {grey("a.png", 0, 0), grey("t.png", 7, 15, true),
-                                                grey("b.png", 200, 30)};
-    HeicGenerator().generate(images, folder.path() / "out.heic", document::WallpaperMode::time,
-                             configuration, nullptr);
-    EXPECT_FALSE(std::filesystem::exists(configuration.outputDirectory));
-    EXPECT_TRUE(std::filesystem::exists(folder.path() / "out.heic"));
-
-    // The encoder fails (no output folder) after preparation: the frames go all the same.
-    EXPECT_THROW(HeicGenerator().generate(images, folder.path() / "none" / "out.heic",
+    EXPECT_THROW(HeicGenerator().generate({grey("a.png", 0, 0), grey("t.png", 7, 15, true)},
+                                          folder.path() / "none" / "out.heic",
                                           document::WallpaperMode::time, configuration, nullptr),
                  HeicGeneratorError);
     EXPECT_FALSE(std::filesystem::exists(configuration.outputDirectory));
@@ -378,8 +368,6 @@ TEST(ExportOptionsTest, ConfigurationOnlyWhenSomethingChangesTheFrames) {
     EXPECT_EQ(config->upscaler, nullptr);
     EXPECT_EQ(config->upscaleStrategy, upscale::HeicUpscaleStrategy::off);
     EXPECT_EQ(config->targetSize, (FrameSize{7680, 4320}));
-    EXPECT_TRUE(std::regex_match(config->outputDirectory.filename().string(),
-                                 std::regex("LumivesperAIPreprocess-[0-9A-F-]{36}")));
 }
 
 } // namespace

@@ -50,18 +50,12 @@ PlistValue roundTrip(const std::vector<WallpaperImage>& frames) {
 }
 
 TEST(SolarDocumentTest, AnglesPassThroughExactlyAndTheLightFlagFollowsIsLightThenAltitude) {
-    // altitude, azimuth, isLight, expected "o"; a missing angle is written as 0.
-    const std::tuple<std::optional<double>, std::optional<double>, std::optional<bool>,
-                     std::int64_t>
-        cases[] = {{-6.0, 10.0, {}, 0},
-                   {-6.0, 10.0, true, 1},
-                   {40.0, 10.0, false, 0},
-                   {0.0, 10.0, {}, 1},
-                   {{}, {}, {}, 1},
-                   {-0.0001, 10.0, {}, 0},
-                   {12.3456789, 12.3456789, {}, 1},
-                   {-90.5, 400.25, {}, 0},
-                   {95.0, -30.0, {}, 1}};
+    // altitude, azimuth, isLight, expected "o": isLight first, then altitude; a missing angle is 0.
+    using Angle = std::optional<double>;
+    const std::tuple<Angle, Angle, std::optional<bool>, std::int64_t> cases[] = {
+        {-6.0, 10.0, {}, 0},  {-6.0, 10.0, true, 1},  {40.0, 10.0, false, 0},
+        {0.0, 10.0, {}, 1},   {{}, {}, {}, 1},        {-0.0001, 10.0, {}, 0},
+        {95.0, -30.0, {}, 1}, {-90.5, 400.25, {}, 0}, {12.3456789, 12.3456789, {}, 1}};
     std::vector<WallpaperImage> frames;
     for (const auto& [altitude, azimuth, isLight, light] : cases)
         frames.push_back(frame(altitude, azimuth, isLight));
@@ -155,8 +149,7 @@ TEST(XmpPacketTest, CarriesThePropertyAsADoubleQuotedAttributeOfOneDescription) 
 
     const auto found = findDesktopProperty(xmpPacket("apr", "TWFu"));
     ASSERT_TRUE(found);
-    EXPECT_EQ(found->name, "apr");
-    EXPECT_EQ(found->value, "TWFu");
+    EXPECT_EQ(found->name + "=" + found->value, "apr=TWFu");
     EXPECT_FALSE(findDesktopProperty("<apple_desktop:solar>QUJD</apple_desktop:solar>"));
 }
 
