@@ -29,13 +29,10 @@ std::pair<Case, std::string> failureOf(const std::function<void()>& call) {
     return {error.kind(), error.description()};
 }
 
-class FixedKey final : public APIKeyProvider {
-public:
-    explicit FixedKey(std::optional<std::string> key) : key_(std::move(key)) {}
-    std::optional<std::string> apiKey() const override { return key_; }
-
-private:
-    std::optional<std::string> key_;
+struct FixedKey final : APIKeyProvider {
+    explicit FixedKey(std::optional<std::string> value) : key(std::move(value)) {}
+    std::optional<std::string> apiKey() const override { return key; }
+    std::optional<std::string> key;
 };
 
 class ProviderClientTest : public ::testing::Test {
@@ -47,7 +44,7 @@ protected:
     testing::RecordingServer server;
 };
 
-TEST_F(ProviderClientTest, OpenAIGenerationSendsJsonWithShortModelAndNormalisedSize) {
+TEST_F(ProviderClientTest, OpenAIGenerationSendsJsonWithShortModelAndNormalisedSizeOrFails) {
     server.answerWith(R"({"data":[{"b64_json":"QU\nJD","content_type":"image/webp"}]})");
     const auto image = client<OpenAIImageEditService>().generateImage(
         "a lake", "openai/gpt-image-1", "16:9", std::nullopt, std::string("Be calm."),
@@ -58,6 +55,20 @@ TEST_F(ProviderClientTest, OpenAIGenerationSendsJsonWithShortModelAndNormalisedS
               "/v1/images/generations Bearer sk-test application/json");
     EXPECT_EQ(Json::parse(seen.body), Json::parse(R"({"model":"gpt-image-1",
         "prompt":"Be calm.\na lake","n":1,"size":"1536x1024"})"));
+
+    const auto failure = [this](std::optional<std::string> key) {
+        return failureOf([&] {
+            client<OpenAIImageEditService>(key).generateImage("p", "m", "", std::nullopt,
+                                                              std::nullopt, std::nullopt);
+        });
+    };
+    server.answerWith("boom", 500);
+    EXPECT_EQ(failure("sk-test"),
+              std::pair(Case::requestFailed, std::string("OpenAI error 500: boom")));
+    server.answerWith("\xff\xfe", 400);
+    EXPECT_EQ(failure("sk-test").second, "OpenAI error 400: Unknown error");
+    EXPECT_EQ(failure(""), std::pair(Case::missingAPIKey, std::string("Missing API key")));
+    EXPECT_EQ(server.seen().size(), 3u); // nothing sent without a key
 }
 
 TEST_F(ProviderClientTest, OpenAIEditIsMultipartEndingWithReferencePng) {
@@ -81,22 +92,6 @@ TEST_F(ProviderClientTest, OpenAIEditIsMultipartEndingWithReferencePng) {
     EXPECT_EQ(openAIEditBody("B", "m", "relight", std::string("1024x1024"), referencePng),
               head + field("size", "1024x1024") + image);
     EXPECT_EQ(openAIEditBody("B", "m", "relight", std::nullopt, referencePng), head + image);
-}
-
-TEST_F(ProviderClientTest, OpenAIFailures) {
-    const auto call = [this](std::optional<std::string> key) {
-        return [this, key] {
-            client<OpenAIImageEditService>(key).generateImage("p", "m", "", std::nullopt,
-                                                              std::nullopt, std::nullopt);
-        };
-    };
-    server.answerWith("boom", 500);
-    EXPECT_EQ(failureOf(call("sk-test")),
-              std::pair(Case::requestFailed, std::string("OpenAI error 500: boom")));
-    server.answerWith("\xff\xfe", 400);
-    EXPECT_EQ(failureOf(call("sk-test")).second, "OpenAI error 400: Unknown error");
-    EXPECT_EQ(failureOf(call("")), std::pair(Case::missingAPIKey, std::string("Missing API key")));
-    EXPECT_EQ(server.seen().size(), 2u); // nothing sent without a key
 }
 
 TEST_F(ProviderClientTest, GeminiKeyInQueryImageAfterTextAndTextPartsSkipped) {
