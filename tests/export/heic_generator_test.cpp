@@ -165,16 +165,14 @@ TEST(WallpaperFileTest, ReaderRefusesOtherFilesAndTheWriterKeepsAlpha) {
     }
 }
 
-class TweenGeneratorTest : public ::testing::Test {
+class TweenGeneratorTest : public HeicGeneratorTest {
 protected:
     std::filesystem::path solid(const std::string& name, int width, int height,
                                 std::uint8_t value) {
         return *testing::solidImage(folder.path(), name, width, height, value).sourcePath;
     }
-
     static HeicFrameSource frameAt(const std::filesystem::path& path) { return {{}, path, {}}; }
 
-    lumivesper::testing::TemporaryFolder folder;
     TweenGenerator generator;
     const std::filesystem::path black = solid("black.png", 8, 4, 0);
     const std::filesystem::path grey = solid("grey.png", 8, 4, 200);
@@ -234,13 +232,11 @@ TEST_F(TweenGeneratorTest, SavedTweensAreNamedAfterTheBaseAndCancellationStopsBe
 }
 
 TEST_F(TweenGeneratorTest, BlendFrameMixesLinearlyIntoANumberedFrameOfEqualSizesOnly) {
-    document::WallpaperImage tween;
-    tween.altitude = 12.5;
+    const WallpaperImage tween;
     const auto result =
         generator.blendFrame(frameAt(black), frameAt(grey), tween, 0, folder.path(), 0.3);
     EXPECT_EQ(result.url, folder.path() / "tween_0000.png");
     EXPECT_EQ(result.size, (FrameSize{8, 4}));
-    EXPECT_EQ(result.image.altitude, 12.5);
     EXPECT_EQ(result.image.id, tween.id);
     EXPECT_EQ(platform::loadImage(result.url).rgba[0], 60);
     EXPECT_EQ(generator.blendFrame(frameAt(black), frameAt(grey), tween, 12, folder.path(), 1).url,
