@@ -62,18 +62,16 @@ protected:
     ClientSideImageGenerator generator() {
         ClientSideImageGenerator made(server.url(), defaults);
         made.onProgress = [this](int done, int total, const std::string& message) {
-            record(progress, std::to_string(done) + "/" + std::to_string(total) + " " + message);
+            std::lock_guard lock(mutex);
+            progress.push_back(std::to_string(done) + "/" + std::to_string(total) + " " + message);
         };
         made.onImageGenerated = [this](const Bytes& bytes, const std::string& name) {
-            record(generated, name + "=" + toText(bytes));
+            std::lock_guard lock(mutex);
+            generated.push_back(name + "=" + toText(bytes));
             if (name == "golden_pm")
                 goldenPmGenerated.open();
         };
         return made;
-    }
-    void record(std::vector<std::string>& into, std::string text) {
-        std::lock_guard lock(mutex);
-        into.push_back(std::move(text));
     }
     // Checks that a finished run gave `base`, then "img:<phase>" in table order, all as PNG.
     static void expectTimeline(const std::vector<GeneratedImage>& images, const std::string& base) {
@@ -130,8 +128,6 @@ TEST_F(GeneratorTest, TextRunMakesElevenImagesInTableOrder) {
                   "0/11 Generating original image...", "1/11 Original complete, relighting...",
                   "4/11 Completed 4/11 images...", "7/11 Completed 7/11 images...",
                   "10/11 Completed 10/11 images...", "11/11 Completed 11/11 images..."}));
-    ASSERT_EQ(generated.size(), 11u);
-    EXPECT_EQ(generated.front(), "night=img:original");
 }
 
 TEST_F(GeneratorTest, ReferenceRunRelightsTheGivenImageAndKeepsTableOrderWhenMiddayIsLast) {
@@ -146,8 +142,6 @@ TEST_F(GeneratorTest, ReferenceRunRelightsTheGivenImageAndKeepsTableOrderWhenMid
     EXPECT_EQ(server.proxied(), 10u);
     EXPECT_EQ(sentReferences(), std::vector(10, pngDataURL(reference)));
     EXPECT_EQ(progress.front(), "0/11 Using reference image...");
-    EXPECT_EQ(progress.back(), "11/11 Completed 11/11 images...");
-    EXPECT_EQ(generated.front(), "night=my photo");
     EXPECT_LT(std::find(generated.begin(), generated.end(), "golden_pm=img:golden_pm"),
               std::find(generated.begin(), generated.end(), "midday=img:midday"));
 }
@@ -163,11 +157,9 @@ TEST_F(GeneratorTest, FailureInSecondBatchCancelsTheRest) {
             ++heldToTheEnd;
         }
     };
-    EXPECT_EQ(
-        testing::thrown<ProxyError>([&] { generator().generateTimeline("", "m", toBytes("base")); })
-            .value()
-            .description(),
-        "Server error 500: model overloaded");
+    EXPECT_EQ(testing::failureText<ProxyError>(
+                  [&] { generator().generateTimeline("", "m", toBytes("base")); }),
+              "Server error 500: model overloaded");
     EXPECT_EQ(heldToTheEnd, 0) << "the held requests were waited for";
     release.open();
     std::lock_guard lock(mutex);

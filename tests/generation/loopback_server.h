@@ -99,6 +99,9 @@ template <typename Error> std::optional<Error> thrown(const std::function<void()
     }
     return std::nullopt;
 }
+template <typename Error> std::string failureText(const std::function<void()>& call) {
+    return thrown<Error>(call).value().description();
+}
 
 inline std::string capturedStdout(const std::function<void()>& work) {
     ::testing::internal::CaptureStdout();
