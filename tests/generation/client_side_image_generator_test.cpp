@@ -16,14 +16,24 @@
 namespace lumivesper::generation {
 namespace {
 
-// Our server for a whole timeline run: the proxy answers each phase with the bytes "img:<phase>"
-// unless `hook` holds it back or answers it with a status other than 200.
-class TimelineServer : public testing::RecordingServer {
-public:
-    static constexpr const char* proxyPath = "/api/proxy/chat/completions";
+constexpr const char* proxyPath = "/api/proxy/chat/completions";
 
-    TimelineServer() {
-        respond([this](const testing::SeenRequest& seen, httplib::Response& r) {
+// "original" for the text-only request, else the phase whose description the text carries.
+std::string phaseOf(const testing::SeenRequest& seen) {
+    const auto content = nlohmann::json::parse(seen.body).at("messages").at(0).at("content");
+    for (const auto& phase : lightingPhases)
+        if (content.is_array() && content[0]["text"] == "RELIGHT " + std::string(phase.timeOfDay) +
+                                                            ". " + std::string(phase.description))
+            return std::string(phase.name);
+    return "original";
+}
+
+class GeneratorTest : public ::testing::Test {
+protected:
+    // Our server for a whole timeline run: the proxy answers each phase with the bytes
+    // "img:<phase>" unless `hook` holds it back or answers it with a status other than 200.
+    GeneratorTest() {
+        server.respond([this](const testing::SeenRequest& seen, httplib::Response& r) {
             if (seen.path == "/api/token")
                 return testing::replyJson(r, R"({"token":"T","expiresIn":3600})");
             if (seen.path == "/api/prompts")
@@ -37,25 +47,6 @@ public:
                                           pngDataURL(toBytes("img:" + phase)) + R"("}}]}}]})");
         });
     }
-    ~TimelineServer() { stop(); }
-
-    // "original" for the text-only request, else the phase whose description the text carries.
-    static std::string phaseOf(const testing::SeenRequest& seen) {
-        const auto content = nlohmann::json::parse(seen.body).at("messages").at(0).at("content");
-        for (const auto& phase : lightingPhases)
-            if (content.is_array() &&
-                content[0]["text"] == "RELIGHT " + std::string(phase.timeOfDay) + ". " +
-                                          std::string(phase.description))
-                return std::string(phase.name);
-        return "original";
-    }
-    std::size_t proxied() const { return seen(proxyPath).size(); }
-
-    std::function<void(const std::string& phase, httplib::Response&)> hook;
-};
-
-class GeneratorTest : public ::testing::Test {
-protected:
     ~GeneratorTest() override { release.open(); }
 
     // The callbacks fire on any thread; each records under one lock.
@@ -97,7 +88,7 @@ protected:
     }
     std::vector<std::string> sentReferences() const {
         std::vector<std::string> urls;
-        for (const auto& seen : server.seen(TimelineServer::proxyPath))
+        for (const auto& seen : server.seen(proxyPath))
             if (auto content = nlohmann::json::parse(seen.body)["messages"][0]["content"];
                 content.is_array())
                 urls.push_back(content[1]["image_url"]["url"]);
@@ -111,14 +102,15 @@ protected:
     std::vector<std::string> progress, generated;
     testing::Gate goldenPmGenerated, arrived, release;
     std::atomic<int> heldToTheEnd{0};
-    TimelineServer server; // last: stopped first
+    std::function<void(const std::string& phase, httplib::Response&)> hook;
+    testing::RecordingServer server; // last: stopped first
 };
 
 TEST_F(GeneratorTest, TextRunMakesElevenImagesInTableOrder) {
     expectTimeline(generator().generateTimeline("a lake at dawn",
                                                 "openrouter/google/gemini-3-pro-image-preview", {}),
                    "img:original");
-    const auto proxied = server.seen(TimelineServer::proxyPath);
+    const auto proxied = server.seen(proxyPath);
     ASSERT_EQ(proxied.size(), 11u);
     EXPECT_EQ(nlohmann::json::parse(proxied[0].body)["messages"][0]["content"],
               "ORIGINAL a lake at dawn");
@@ -132,14 +124,14 @@ TEST_F(GeneratorTest, TextRunMakesElevenImagesInTableOrder) {
 
 TEST_F(GeneratorTest, ReferenceRunRelightsTheGivenImageAndKeepsTableOrderWhenMiddayIsLast) {
     // Batch three is midday, afternoon, golden_pm: hold midday until golden_pm is through.
-    server.hook = [&](const std::string& phase, httplib::Response&) {
+    hook = [&](const std::string& phase, httplib::Response&) {
         if (phase == "midday") {
             EXPECT_TRUE(goldenPmGenerated.wait());
         }
     };
     const Bytes reference = toBytes("my photo");
     expectTimeline(generator().generateTimeline("ignored", "m", reference), "my photo");
-    EXPECT_EQ(server.proxied(), 10u);
+    EXPECT_EQ(server.seen(proxyPath).size(), 10u);
     EXPECT_EQ(sentReferences(), std::vector(10, pngDataURL(reference)));
     EXPECT_EQ(progress.front(), "0/11 Using reference image...");
     EXPECT_LT(std::find(generated.begin(), generated.end(), "golden_pm=img:golden_pm"),
@@ -148,7 +140,7 @@ TEST_F(GeneratorTest, ReferenceRunRelightsTheGivenImageAndKeepsTableOrderWhenMid
 
 TEST_F(GeneratorTest, FailureInSecondBatchCancelsTheRest) {
     // Batch two is civil, golden_am, morning: morning fails while the other two are held.
-    server.hook = [&](const std::string& phase, httplib::Response& r) {
+    hook = [&](const std::string& phase, httplib::Response& r) {
         if (phase == "morning") {
             r.status = 500;
             r.set_content("model overloaded", "text/plain");
@@ -163,14 +155,14 @@ TEST_F(GeneratorTest, FailureInSecondBatchCancelsTheRest) {
     EXPECT_EQ(heldToTheEnd, 0) << "the held requests were waited for";
     release.open();
     std::lock_guard lock(mutex);
-    EXPECT_EQ(server.proxied(), 6u) << "a phase of batch three was asked for";
+    EXPECT_EQ(server.seen(proxyPath).size(), 6u) << "a phase of batch three was asked for";
     EXPECT_LE(generated.size(), 7u);
     EXPECT_EQ(std::count(generated.begin(), generated.end(), "civil=img:civil"), 0);
     EXPECT_EQ(progress.back().substr(0, 5), "4/11 ");
 }
 
 TEST_F(GeneratorTest, StoppingTheRunCancelsRequestsInFlight) {
-    server.hook = [&](const std::string& phase, httplib::Response&) {
+    hook = [&](const std::string& phase, httplib::Response&) {
         if (phase == "nautical") {
             arrived.open();
             release.wait(std::chrono::seconds(60));
@@ -188,7 +180,7 @@ TEST_F(GeneratorTest, StoppingTheRunCancelsRequestsInFlight) {
     EXPECT_THROW(result.get(), platform::CancellationError);
     EXPECT_EQ(heldToTheEnd, 0);
     release.open();
-    EXPECT_LE(server.proxied(), 3u) << "batch two started";
+    EXPECT_LE(server.seen(proxyPath).size(), 3u) << "batch two started";
 }
 
 TEST_F(GeneratorTest, CommandKeepsWhatWasWrittenOnFailureAndNamesImagesBySequence) {
@@ -197,7 +189,7 @@ TEST_F(GeneratorTest, CommandKeepsWhatWasWrittenOnFailureAndNamesImagesBySequenc
               cli::exitFailure);
     EXPECT_EQ(file("original.png"), "");
 
-    server.hook = [](const std::string& phase, httplib::Response& r) {
+    hook = [](const std::string& phase, httplib::Response& r) {
         if (phase == "civil") {
             r.status = 503;
             r.set_content("busy", "text/plain");
@@ -209,7 +201,7 @@ TEST_F(GeneratorTest, CommandKeepsWhatWasWrittenOnFailureAndNamesImagesBySequenc
     EXPECT_EQ(file("phase_1.png"), "img:night");
     EXPECT_EQ(file("phase_7.png"), "");
 
-    server.hook = nullptr;
+    hook = nullptr;
     ASSERT_EQ(run({"--prompt", "a harbour", "-o", output.string()}), cli::exitSuccess) << err.str();
     for (std::size_t i = 0; i < lightingPhases.size(); ++i)
         EXPECT_EQ(file("phase_" + std::to_string(i + 1) + ".png"),

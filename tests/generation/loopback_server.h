@@ -14,7 +14,6 @@
 
 namespace lumivesper::generation::testing {
 
-// What the stand-in server saw of one request.
 struct SeenRequest {
     std::string method, path, query, contentType, authorization, title, body;
 };

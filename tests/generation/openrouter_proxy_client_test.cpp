@@ -42,11 +42,9 @@ protected:
     std::pair<std::string, std::string> run() {
         std::string result;
         const auto console = testing::capturedStdout([&] {
-            try {
-                result = toText(client().generateImage("a lake", "m"));
-            } catch (const ProxyError& error) {
-                result = error.description();
-            }
+            if (const auto failure = testing::thrown<ProxyError>(
+                    [&] { result = toText(client().generateImage("a lake", "m")); }))
+                result = failure->description();
         });
         return {result, console};
     }
@@ -156,10 +154,9 @@ TEST_F(ProxyClientTest, SlowAnswerTimesOut) {
     });
     NetworkSession session;
     session.maximumTimeout = std::chrono::milliseconds(300);
-    EXPECT_EQ(testing::thrown<platform::HttpError>([&] { client(session).generateImage("p", "m"); })
-                  .value()
-                  .kind(),
-              platform::HttpError::Kind::timedOut);
+    const auto error =
+        testing::thrown<platform::HttpError>([&] { client(session).generateImage("p", "m"); });
+    EXPECT_EQ(error.value().kind(), platform::HttpError::Kind::timedOut);
 }
 
 } // namespace

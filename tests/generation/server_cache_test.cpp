@@ -19,7 +19,6 @@ std::string promptsJson(const std::string& version, const std::string& letter) {
            letter + R"( {userPrompt}","relight":")" + letter + R"( {phaseDescription}"}})";
 }
 
-// The token and the prompt templates, both cached from our server.
 class ServerCacheTest : public ::testing::Test {
 protected:
     ServerCacheTest() {
@@ -49,10 +48,9 @@ protected:
         EXPECT_TRUE(clock.waitForReads(3));
         return callers;
     }
-    PromptManager promptManager(std::optional<std::string> bundled = promptsJson("b1", "B")) {
-        return PromptManager(
-            server.url(), defaults, {}, [bundled] { return bundled; },
-            [this] { return clock.now(); });
+    PromptManager promptManager() {
+        const auto bundled = [] { return std::optional(promptsJson("b1", "B")); };
+        return PromptManager(server.url(), defaults, {}, bundled, [this] { return clock.now(); });
     }
     nlohmann::json lastBody() const { return nlohmann::json::parse(server.seen().back().body); }
 
@@ -157,9 +155,7 @@ TEST_F(ServerCacheTest, PromptsAnswerWithoutTemplatesFallsToBundledCopy) {
 }
 
 TEST(PromptTemplatesTest, ShippedFileDecodesWithBothPlaceholdersAndRenders) {
-    const auto text = bundledDefaultPrompts();
-    ASSERT_TRUE(text);
-    const auto templates = decodePromptTemplates(*text);
+    const auto templates = decodePromptTemplates(bundledDefaultPrompts().value());
     EXPECT_NE(templates.templates.original.find("{userPrompt}"), std::string::npos);
     EXPECT_NE(templates.templates.relight.find("{phaseDescription}"), std::string::npos);
     EXPECT_EQ(decodePromptTemplates(std::string(embeddedDefaultPrompts())), templates);
