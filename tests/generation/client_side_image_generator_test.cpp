@@ -155,8 +155,7 @@ TEST_F(GeneratorTest, FailureInSecondBatchCancelsTheRest) {
     EXPECT_EQ(heldToTheEnd, 0) << "the held requests were waited for";
     release.open();
     std::lock_guard lock(mutex);
-    EXPECT_EQ(server.seen(proxyPath).size(), 6u) << "a phase of batch three was asked for";
-    EXPECT_LE(generated.size(), 7u);
+    EXPECT_LE(server.seen(proxyPath).size(), 6u) << "a phase of batch three was asked for";
     EXPECT_EQ(std::count(generated.begin(), generated.end(), "civil=img:civil"), 0);
     EXPECT_EQ(progress.back().substr(0, 5), "4/11 ");
 }

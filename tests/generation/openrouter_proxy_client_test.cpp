@@ -32,9 +32,6 @@ protected:
             r.set_content("DOWNLOADED", "image/png");
         });
     }
-    void answerWith(const std::string& body, int status = 200) {
-        answer([=](const SeenRequest&, httplib::Response& r) { replyJson(r, body, status); });
-    }
     OpenRouterProxyClient client(NetworkSession session = {}) {
         return OpenRouterProxyClient(server.url(), defaults, session);
     }
@@ -82,7 +79,7 @@ TEST_F(ProxyClientTest, EveryAnswerShapeInItsOrder) {
     for (auto [body, result, consoleLine] : shapes) {
         if (const auto at = body.find("{files}"); at != std::string::npos)
             body.replace(at, 7, server.url() + "/files/x.png");
-        answerWith(body);
+        answer([&](const SeenRequest&, httplib::Response& r) { replyJson(r, body); });
         const auto [found, console] = run();
         EXPECT_EQ(found, result) << body;
         EXPECT_NE(console.find(consoleLine), std::string::npos) << console;
@@ -90,9 +87,8 @@ TEST_F(ProxyClientTest, EveryAnswerShapeInItsOrder) {
 }
 
 TEST_F(ProxyClientTest, RequestFormsAndModelIds) {
-    answerWith(b64Answer);
-    const Bytes reference = toBytes("REF");
-    const Bytes current = toBytes("CUR");
+    answer([](const SeenRequest&, httplib::Response& r) { replyJson(r, b64Answer); });
+    const Bytes reference = toBytes("REF"), current = toBytes("CUR");
     client().generateImage("a lake", "openrouter/x");
     client().generateImage("relight", reference, "OpenRouter/x");
     client().editImage("fix", reference, current, "local/openrouter/x");
