@@ -1,7 +1,7 @@
 #include "export/wallpaper_metadata.h"
 
-#include "export/base64.h"
 #include "export/bplist_writer.h"
+#include "platform/base64.h"
 
 namespace lumivesper::exporting {
 
@@ -32,7 +32,7 @@ PlistValue appearanceDocument() {
 }
 
 std::string encodeMetadataValue(const PlistValue& document) {
-    return base64Encode(writeBinaryPlist(document));
+    return platform::encodeBase64(writeBinaryPlist(document));
 }
 
 std::string xmpPacket(std::string_view propertyName, std::string_view base64Value) {

@@ -1,8 +1,8 @@
 #include "export/wallpaper_reader.h"
 
-#include "export/base64.h"
 #include "export/bplist_reader.h"
 #include "export/wallpaper_metadata.h"
+#include "platform/base64.h"
 
 #include <cstring>
 #include <libheif/heif.h>
@@ -67,7 +67,7 @@ double realField(const PlistValue& record, const char* key, const std::string& w
 
 void parseDocument(const DesktopProperty& property, WallpaperFileInfo& info) {
     info.kind = property.name;
-    const auto bytes = base64Decode(property.value);
+    const auto bytes = platform::decodeBase64(property.value);
     if (!bytes)
         fail("The apple_desktop:" + property.name + " value is not valid base64");
     PlistValue root;

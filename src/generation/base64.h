@@ -1,7 +1,8 @@
 #pragma once
 
+#include "platform/base64.h"
+
 #include <cstdint>
-#include <optional>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -18,14 +19,7 @@ inline std::string toText(const Bytes& bytes) {
     return std::string(bytes.begin(), bytes.end());
 }
 
-// Standard alphabet, with padding, without line breaks.
-std::string encodeBase64(const Bytes& bytes);
-
-// Skips every character outside the alphabet (line breaks, blanks, stray punctuation). Gives none
-// when what remains is not a whole number of groups.
-std::optional<Bytes> decodeBase64IgnoringUnknown(std::string_view text);
-
-// Accepts only the alphabet with correct padding; anything else gives none.
-std::optional<Bytes> decodeBase64Strict(std::string_view text);
+using platform::decodeBase64IgnoringUnknown;
+using platform::encodeBase64;
 
 } // namespace lumivesper::generation

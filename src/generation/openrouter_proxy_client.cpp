@@ -182,7 +182,7 @@ std::optional<Bytes> OpenRouterProxyClient::extractImage(const OrderedJson& root
             const bool twoPieces =
                 comma != std::string::npos && comma > 0 && comma + 1 < url.size();
             if (twoPieces) {
-                if (auto bytes = decodeBase64Strict(std::string_view(url).substr(comma + 1))) {
+                if (auto bytes = platform::decodeBase64(std::string_view(url).substr(comma + 1))) {
                     platform::consoleLine(
                         "✅ Extracted image from message.images[].image_url.url (base64 data URL)");
                     return bytes;
@@ -196,7 +196,7 @@ std::optional<Bytes> OpenRouterProxyClient::extractImage(const OrderedJson& root
     }
 
     if (const auto* b64 = stringAt(firstImage, "b64_json")) {
-        if (auto bytes = decodeBase64Strict(b64->get_ref<const std::string&>())) {
+        if (auto bytes = platform::decodeBase64(b64->get_ref<const std::string&>())) {
             platform::consoleLine("✅ Extracted image from message.images[].b64_json");
             return bytes;
         }

@@ -1,4 +1,3 @@
-#include "export/base64.h"
 #include "export/bplist_reader.h"
 #include "export/bplist_writer.h"
 #include "export/wallpaper_metadata.h"
@@ -107,34 +106,6 @@ TEST(AppearanceDocumentTest, HoldsLightZeroAndDarkOneAsIntegersOnly) {
     ASSERT_EQ(root.dictionary().size(), 2u);
     ASSERT_TRUE(root.find("l")->isInteger() && root.find("d")->isInteger());
     EXPECT_EQ(std::pair(root.find("l")->integer(), root.find("d")->integer()), std::pair(0l, 1l));
-}
-
-TEST(BinaryPlistTest, ReaderRefusesMalformedInput) {
-    std::vector bad(5, writeBinaryPlist(solarDocument({frame(1, 2)})));
-    bad[0].clear();
-    bad[1].pop_back(); // truncated trailer
-    bad[2].assign(40, 0);
-    bad[3][1] = 'X';      // wrong magic
-    bad[4].back() = 0xFF; // offset table beyond the trailer
-    bad.push_back(writeBinaryPlist(PlistValue(PlistValue::Array{PlistValue(1)})));
-    bad.back()[9] = 0x00; // the array's only reference now names the array itself
-    for (std::size_t n = 0; n < bad.size(); ++n)
-        EXPECT_THROW(readBinaryPlist(bad[n]), PlistReadError) << "case " << n;
-}
-
-TEST(Base64Test, StandardAlphabetWithPaddingOnOneLine) {
-    const std::pair<std::string, std::string> cases[] = {
-        {"", ""}, {"M", "TQ=="}, {"Ma", "TWE="}, {"Man", "TWFu"}, {"\xFB\xFF", "+/8="}};
-    for (const auto& [plain, encoded] : cases) {
-        const std::vector<std::uint8_t> bytes(plain.begin(), plain.end());
-        EXPECT_EQ(base64Encode(bytes), encoded);
-        EXPECT_EQ(base64Decode(encoded), bytes);
-    }
-    const std::vector<std::uint8_t> large(1000, 0xAB);
-    EXPECT_EQ(base64Encode(large).find('\n'), std::string::npos);
-    EXPECT_FALSE(base64Decode("TWF"));
-    EXPECT_FALSE(base64Decode("TW\nFu"));
-    EXPECT_FALSE(base64Decode("T=Fu"));
 }
 
 TEST(XmpPacketTest, CarriesThePropertyAsADoubleQuotedAttributeOfOneDescription) {

@@ -203,25 +203,6 @@ TEST_F(ProviderClientTest, RoutingReadsTheKeysAtEachCall) {
     }
 }
 
-TEST(RequestTextTest, SizesMapToTheNearestSupportedOne) {
-    const std::vector<std::tuple<const char*, std::optional<std::string>, const char*>> sizes{
-        {"16:9", "AUTO", "auto"},         {"16:9", "2000x1000", "1536x1024"},
-        {"16:9", "500X500", "1024x1024"}, {" 640x960\n", std::nullopt, "1024x1536"},
-        {"16:9", std::nullopt, nullptr},  {"1:1", "  ", nullptr}, // the size wins even when blank
-        {"", "10x20x30", nullptr}};
-    for (const auto& [aspectRatio, size, expected] : sizes)
-        EXPECT_EQ(normalizedImageSize(aspectRatio, size),
-                  expected ? std::optional<std::string>(expected) : std::nullopt)
-            << aspectRatio << " / " << size.value_or("none");
-}
-
-TEST(RequestTextTest, Base64) {
-    EXPECT_EQ(encodeBase64(toBytes("A")) + encodeBase64(toBytes("AB")), "QQ==QUI=");
-    EXPECT_EQ(encodeBase64(toBytes(std::string("\xff\0\x80", 3) + "ABC")), "/wCAQUJD");
-    EXPECT_FALSE(decodeBase64Strict("QUJ"));
-    EXPECT_FALSE(decodeBase64IgnoringUnknown("QUJD=QUJD"));
-}
-
 TEST(NetworkLogTest, LinesOnlyWhenTheVariableIsExactlyOne) {
     const platform::HttpRequest request{
         "POST", "http://127.0.0.1:1/v1/images/generations", {}, R"({"prompt":"lake"})", {}};
