@@ -1,5 +1,6 @@
 #include "cli/command.h"
 #include "cli/interrupt_stop.h"
+#include "cli/number_argument.h"
 #include "document/app_state.h"
 #include "document/project_io.h"
 #include "export/export_options.h"
@@ -59,15 +60,6 @@ struct ImageArgument {
     std::optional<std::pair<double, double>> sun; // altitude, azimuth
     std::optional<bool> isLight;
 };
-
-std::optional<double> parseNumber(std::string_view text) {
-    double value = 0;
-    const char* end = text.data() + text.size();
-    auto [ptr, error] = std::from_chars(text.data(), end, value);
-    if (error != std::errc() || ptr != end || !std::isfinite(value))
-        return std::nullopt;
-    return value;
-}
 
 // A path that names a file is taken whole, so names with '@' in them still work; otherwise the
 // text after the last '@' must be values of the mode.

@@ -1,4 +1,5 @@
 #include "cli/command.h"
+#include "cli/number_argument.h"
 #include "sun/solar_position.h"
 
 #include <charconv>
@@ -26,15 +27,6 @@ constexpr const char* sunUsage =
     "                    offset the time is read in --tz. Default: now\n"
     "  --tz ZONE         a time zone of the system's database, e.g. Europe/Paris. Default: the\n"
     "                    local zone\n";
-
-std::optional<double> parseNumber(const std::string& text) {
-    double value = 0;
-    const char* end = text.data() + text.size();
-    auto [ptr, error] = std::from_chars(text.data(), end, value);
-    if (error != std::errc() || ptr != end || !std::isfinite(value))
-        return std::nullopt;
-    return value;
-}
 
 bool isKnownZone(const std::string& zone) {
     if (zone == "UTC" || zone == "GMT")
