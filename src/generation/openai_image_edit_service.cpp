@@ -87,16 +87,11 @@ GeneratedImage OpenAIImageEditService::handleResponse(const platform::HttpRespon
     if (!isSuccessStatus(response.status))
         throw ImageGenerationError::requestFailed(providerErrorText("OpenAI", response));
     const auto decoded = decodeOpenAIImageResponse(response.body);
-    if (!decoded || decoded->data.empty())
+    if (!decoded)
         throw ImageGenerationError::invalidResponse();
-    const auto& first = decoded->data.front();
-    if (first.b64_json) {
-        if (auto bytes = decodeBase64IgnoringUnknown(*first.b64_json))
-            return {std::move(*bytes), first.content_type};
-    }
-    if (first.url)
-        return fetchImage(session, *first.url, "OpenAI-ImageFetch", std::move(stop));
-    throw ImageGenerationError::decodeFailed();
+    return firstImageOf(decoded->data, [&](const std::string& url) {
+        return fetchImage(session, url, "OpenAI-ImageFetch", stop);
+    });
 }
 
 } // namespace lumivesper::generation

@@ -92,16 +92,10 @@ GeneratedImage OpenRouterImageService::viaImagesEndpoint(const std::string& key,
     if (!isSuccessStatus(response.status))
         throw ImageGenerationError::requestFailed(providerErrorText("OpenRouter", response));
     const auto decoded = decodeOpenRouterImagesResponse(response.body);
-    if (!decoded || decoded->data.empty())
+    if (!decoded)
         throw ImageGenerationError::invalidResponse();
-    const auto& first = decoded->data.front();
-    if (first.b64_json) {
-        if (auto bytes = decodeBase64IgnoringUnknown(*first.b64_json))
-            return {std::move(*bytes), first.content_type};
-    }
-    if (first.url)
-        return imageFromText(*first.url, std::move(stop));
-    throw ImageGenerationError::decodeFailed();
+    return firstImageOf(decoded->data,
+                        [&](const std::string& url) { return imageFromText(url, stop); });
 }
 
 GeneratedImage OpenRouterImageService::viaChatEndpoint(

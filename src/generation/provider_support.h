@@ -1,12 +1,17 @@
 #pragma once
 
+#include "generation/base64.h"
 #include "generation/generated_image.h"
+#include "generation/image_generation_error.h"
 #include "generation/network_session.h"
 
 #include <chrono>
+#include <functional>
+#include <optional>
 #include <stop_token>
 #include <string>
 #include <string_view>
+#include <vector>
 
 namespace lumivesper::generation {
 
@@ -24,6 +29,24 @@ std::string providerErrorText(std::string_view provider, const platform::HttpRes
 // whatever came back is the image. A text that is not a URL is decodeFailed.
 GeneratedImage fetchImage(const NetworkSession& session, const std::string& url,
                           std::string_view tag, std::stop_token stop);
+
+// The first image of an images-endpoint answer ({"data": [{"b64_json" or "url", "content_type"}]}),
+// which OpenAI and OpenRouter share: inline bytes when they decode, else what `fromURL` makes of
+// the URL. No entries is invalidResponse; neither usable bytes nor a URL is decodeFailed.
+template <typename ImageData>
+GeneratedImage firstImageOf(const std::vector<ImageData>& data,
+                            const std::function<GeneratedImage(const std::string&)>& fromURL) {
+    if (data.empty())
+        throw ImageGenerationError::invalidResponse();
+    const ImageData& first = data.front();
+    if (first.b64_json) {
+        if (auto bytes = decodeBase64IgnoringUnknown(*first.b64_json))
+            return {std::move(*bytes), first.content_type};
+    }
+    if (first.url)
+        return fromURL(*first.url);
+    throw ImageGenerationError::decodeFailed();
+}
 
 // Sends `request`, logging it and its response under `tag`.
 platform::HttpResponse sendLogged(const NetworkSession& session,
