@@ -64,6 +64,22 @@ AppState::Snapshot AppState::captureSnapshot() const {
                     lastMagicStartingImageFileName_};
 }
 
+AppState::~AppState() {
+    setUndoManager(nullptr);
+}
+
+void AppState::setUndoManager(UndoManager* undoManager) {
+    if (undoManager == undoManager_)
+        return;
+    if (undoManager_)
+        undoManager_->removeAllActions();
+    undoManager_ = undoManager;
+    undoManagerGone_ = undoManager ? undoManager->observeDestruction([this] {
+        undoManager_ = nullptr;
+    })
+                                   : platform::Subscription();
+}
+
 void AppState::registerStep(Snapshot snapshot, const std::string& actionName) {
     if (!undoManager_)
         return;

@@ -89,6 +89,7 @@ public:
 
     AppState(const AppState&) = delete;
     AppState& operator=(const AppState&) = delete;
+    ~AppState();
 
     // ---- Fields (read-only; change them through the operations) ----
     const std::vector<WallpaperImage>& images() const { return images_; }
@@ -126,8 +127,10 @@ public:
     const WallpaperImage* image(const Uuid& id) const;
 
     // ---- Undo ----
-    // Not owned; none means that no steps are registered (the mutations run all the same).
-    void setUndoManager(UndoManager* undoManager) { undoManager_ = undoManager; }
+    // Not owned; none means that no steps are registered (the mutations run all the same). The
+    // steps point at this document, so they leave the manager when it is replaced or when the
+    // document goes; a manager that goes first uninstalls itself.
+    void setUndoManager(UndoManager* undoManager);
     UndoManager* undoManager() const { return undoManager_; }
     Snapshot captureSnapshot() const;
     void restoreSnapshot(const Snapshot& snapshot, const std::string& actionName);
@@ -201,6 +204,7 @@ private:
 
     settings::Defaults* defaults_ = nullptr;
     UndoManager* undoManager_ = nullptr;
+    platform::Subscription undoManagerGone_;
 
     std::vector<WallpaperImage> images_;
     WallpaperMode mode_ = WallpaperMode::time;

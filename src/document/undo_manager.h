@@ -16,6 +16,12 @@ class UndoManager {
 public:
     using Handler = std::function<void()>;
 
+    UndoManager() = default;
+    UndoManager(const UndoManager&) = delete;
+    UndoManager& operator=(const UndoManager&) = delete;
+    // Tells whoever installed it, so that no document keeps a dangling manager.
+    ~UndoManager() { destroyed_.notify(); }
+
     void registerUndo(Handler handler);
     // Names the step registered last (on whichever stack it went to).
     void setActionName(const std::string& name);
@@ -39,6 +45,11 @@ public:
         return changed_.subscribe(std::move(observer));
     }
 
+    // Fires once, as the manager is destroyed.
+    platform::Subscription observeDestruction(std::function<void()> observer) {
+        return destroyed_.subscribe(std::move(observer));
+    }
+
 private:
     struct Step {
         Handler handler;
@@ -53,6 +64,7 @@ private:
     std::vector<Step>* lastRegisteredOn_ = nullptr;
     State state_ = State::idle;
     platform::ObserverList<> changed_;
+    platform::ObserverList<> destroyed_;
 };
 
 } // namespace lumivesper::document

@@ -66,7 +66,10 @@ bool AppLifecycleDelegate::openFile(const std::filesystem::path& path) {
 void AppLifecycleDelegate::openURL(const std::filesystem::path& url) {
     if (url.extension() != ".lvesper")
         return;
-    openWithPrompt(url);
+    if (commandCenter_)
+        openWithPrompt(url);
+    else
+        pendingFileURL_ = url; // given at launch, before the window: parked like openFile's
 }
 
 bool AppLifecycleDelegate::windowShouldClose(std::function<void()> performClose) {

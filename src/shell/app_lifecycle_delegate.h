@@ -43,7 +43,7 @@ public:
 
     // A file the system asks us to open ("*.lumivesper"); false refuses it.
     bool openFile(const std::filesystem::path& path);
-    // A URL delivered to the window ("*.lvesper").
+    // A URL delivered to the window ("*.lvesper"); parked, too, while there is none.
     void openURL(const std::filesystem::path& url);
 
     // `performClose` closes the window again (it will pass unchecked).
