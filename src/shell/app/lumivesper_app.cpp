@@ -1,0 +1,77 @@
+#include "shell/app/lumivesper_app.h"
+
+#include "platform/main_thread.h"
+#include "settings/server_config.h"
+#include "ui/qt_text.h"
+
+namespace lumivesper::shell {
+
+LumivesperApp::LumivesperApp(platform::Dialogs& dialogs, platform::MainThread& mainThread,
+                             Options options)
+    : mainThread_(mainThread), defaults_(options.defaultsFile), channels_(defaults_),
+      appState_(defaults_), uiState_(defaults_), projectIO_(dialogs),
+      saveFlow_(projectIO_, uiState_, dialogs),
+      commandCenter_(appState_, uiState_, projectIO_, saveFlow_, dialogs),
+      delegate_(channels_, settings::feedBaseURL,
+                [this](bool shouldTerminate) {
+                    quitPending_ = false;
+                    if (shouldTerminate)
+                        finishQuit();
+                }),
+      options_(std::move(options)) {
+    appState_.setUndoManager(&undoManager_);
+}
+
+LumivesperApp::~LumivesperApp() {
+    delegate_.unbindCommandCenter();
+    window_.reset();
+    appState_.setUndoManager(nullptr);
+}
+
+QStringList LumivesperApp::launch(const QStringList& files) {
+    delegate_.applicationDidFinishLaunching(options_.makeUpdater);
+    QStringList refused = openFromOutside(files);
+    window_ = std::make_unique<ui::MainWindow>(commandCenter_, delegate_, undoManager_,
+                                               options_.content, [this] { requestQuit(); });
+    window_->show();
+    delegate_.bindCommandCenter(commandCenter_, [this](std::function<void()> work) {
+        mainThread_.post(std::move(work));
+    });
+    return refused;
+}
+
+QStringList LumivesperApp::openFromOutside(const QStringList& files) {
+    QStringList refused;
+    for (const QString& file : files) {
+        const auto path = ui::toPath(file);
+        // A package with the long extension comes as a file to open, one with the short as a URL.
+        if (path.extension() == ".lvesper")
+            delegate_.openURL(path);
+        else if (!delegate_.openFile(path))
+            refused << file;
+    }
+    if (window_) { // a later launch, even without files, brings the window forward
+        window_->raise();
+        window_->activateWindow();
+    }
+    return refused;
+}
+
+void LumivesperApp::requestQuit() {
+    if (quitPending_)
+        return; // the question is already on screen
+    quitPending_ = true;
+    const TerminateReply reply = delegate_.applicationShouldTerminate();
+    if (reply == TerminateReply::later)
+        return; // the save flow replies
+    quitPending_ = false;
+    if (reply == TerminateReply::now)
+        finishQuit();
+}
+
+void LumivesperApp::finishQuit() {
+    if (options_.exit)
+        options_.exit();
+}
+
+} // namespace lumivesper::shell

@@ -1,0 +1,81 @@
+#pragma once
+
+#include "document/app_state.h"
+#include "document/project_io.h"
+#include "document/undo_manager.h"
+#include "settings/defaults.h"
+#include "settings/update_channel.h"
+#include "shell/app_command_center.h"
+#include "shell/app_lifecycle_delegate.h"
+#include "shell/app_ui_state.h"
+#include "shell/save_flow_coordinator.h"
+#include "ui/main_window.h"
+
+#include <QStringList>
+
+#include <functional>
+#include <memory>
+
+namespace lumivesper::platform {
+class Dialogs;
+class MainThread;
+} // namespace lumivesper::platform
+
+namespace lumivesper::shell {
+
+// The running application: owns the document, the window state, the undo manager and the window,
+// made in the order of launch and destroyed in reverse, so that the undo manager outlives the
+// document installed in it.
+class LumivesperApp {
+public:
+    struct Options {
+        std::filesystem::path defaultsFile = settings::Defaults::standardLocation();
+        ui::WindowContent content;
+        // The software-update component; none for a run without one.
+        std::function<std::unique_ptr<UpdateController>(settings::UpdaterDelegate&)> makeUpdater;
+        // Leaves the event loop once quitting has been decided.
+        std::function<void()> exit;
+    };
+
+    LumivesperApp(platform::Dialogs& dialogs, platform::MainThread& mainThread, Options options);
+    ~LumivesperApp();
+
+    LumivesperApp(const LumivesperApp&) = delete;
+    LumivesperApp& operator=(const LumivesperApp&) = delete;
+
+    // Finishes launching: the update component, files given at launch (parked until the window is
+    // bound), then the window.
+    // Returns the files refused.
+    QStringList launch(const QStringList& files);
+
+    // Files from the command line or from a later launch. Returns the ones refused.
+    QStringList openFromOutside(const QStringList& files);
+
+    // Quit as the menu, Ctrl-C and the session do: through the unsaved-changes flow.
+    void requestQuit();
+
+    ui::MainWindow& window() { return *window_; }
+    document::AppState& appState() { return appState_; }
+    document::UndoManager& undoManager() { return undoManager_; }
+    AppLifecycleDelegate& lifecycle() { return delegate_; }
+    AppCommandCenter& commandCenter() { return commandCenter_; }
+
+private:
+    void finishQuit();
+
+    platform::MainThread& mainThread_;
+    settings::Defaults defaults_;
+    settings::UpdateChannelManager channels_;
+    document::UndoManager undoManager_;
+    document::AppState appState_;
+    AppUIState uiState_;
+    document::ProjectIO projectIO_;
+    SaveFlowCoordinator saveFlow_;
+    AppCommandCenter commandCenter_;
+    AppLifecycleDelegate delegate_;
+    Options options_;
+    std::unique_ptr<ui::MainWindow> window_;
+    bool quitPending_ = false;
+};
+
+} // namespace lumivesper::shell
