@@ -66,6 +66,32 @@ TEST_F(AppStateTest, UndoingTheFirstAddReturnsToACleanDocumentAndRedoDirtiesAgai
     EXPECT_FALSE(undo.canRedo());
 }
 
+// Undo steps point at their document: neither object may leave the other dangling.
+TEST(UndoManagerInstallation, EitherSideMayGoFirstAndAReplacedManagerForgetsTheSteps) {
+    UndoManager application;
+    {
+        AppState document;
+        document.setUndoManager(&application);
+        document.addImage(keyImage("a"));
+        ASSERT_TRUE(application.canUndo());
+    }
+    EXPECT_FALSE(application.canUndo()); // undoing would restore into a document that is gone
+
+    AppState document;
+    {
+        UndoManager shortLived;
+        document.setUndoManager(&shortLived);
+        document.addImage(keyImage("b"));
+        UndoManager replacement;
+        document.setUndoManager(&replacement);
+        EXPECT_FALSE(shortLived.canUndo());
+        document.setUndoManager(&shortLived);
+    }
+    EXPECT_EQ(document.undoManager(), nullptr);
+    document.addImage(keyImage("c")); // registers nowhere, and does not crash
+    EXPECT_EQ(document.images().size(), 2u);
+}
+
 TEST_F(AppStateTest, StepsOfEqualNameStaySeparateAndANewChangeDropsTheRedoHistory) {
     state.addImage(keyImage("a.png"));
     state.addImage(keyImage("b.png"));

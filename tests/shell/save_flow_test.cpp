@@ -138,6 +138,8 @@ TEST_F(ShellTest, FileArrivingBeforeTheWindowIsParkedAndTheLastOneOpens) {
     const auto second = savedPackage("Second.lumivesper");
     AppLifecycleDelegate coldStart{channels, [] { return std::string(); }, [](bool) {}};
     EXPECT_FALSE(coldStart.openFile(folder.path() / "Other.lvesper")); // wrong entry point
+    coldStart.openURL(folder.path() / "Early.lvesper"); // a launch argument: parked as well
+    EXPECT_EQ(coldStart.pendingFileURL(), folder.path() / "Early.lvesper");
     EXPECT_TRUE(coldStart.openFile(first));
     EXPECT_TRUE(coldStart.openFile(second));
     EXPECT_EQ(coldStart.pendingFileURL(), second);
