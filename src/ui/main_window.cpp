@@ -53,7 +53,7 @@ MainWindow::MainWindow(shell::AppCommandCenter& center, shell::AppLifecycleDeleg
     auto* column = new QVBoxLayout(body);
     column->setContentsMargins(0, 0, 0, 0);
     column->setSpacing(0);
-    column->addWidget(make(content_.makeLibrary, QStringLiteral("No Images"), body), 1);
+    column->addWidget(make(content_.makeLibrary, QStringLiteral("Library"), body), 1);
     if (content_.makeTimeline) {
         if (QWidget* timeline = content_.makeTimeline(body))
             column->addWidget(timeline);
@@ -64,7 +64,7 @@ MainWindow::MainWindow(shell::AppCommandCenter& center, shell::AppLifecycleDeleg
     inspector_->setObjectName(QStringLiteral("inspectorDock"));
     inspector_->setFeatures(QDockWidget::NoDockWidgetFeatures);
     inspector_->setTitleBarWidget(new QWidget(inspector_)); // the toolbar button shows and hides it
-    inspector_->setWidget(make(content_.makeInspector, QStringLiteral("No Selection"), inspector_));
+    inspector_->setWidget(make(content_.makeInspector, QStringLiteral("Inspector"), inspector_));
     inspector_->setMinimumWidth(260);
     addDockWidget(Qt::RightDockWidgetArea, inspector_);
 

@@ -24,7 +24,7 @@ constexpr SymbolIcon symbolIcons[] = {
     {"folder.fill", "folder-open"},
     {"internaldrive", "document-save"},
     {"arrow.up.doc", "document-export"},
-    {"square.grid.2x2", "view-grid"},
+    {"square.grid.2x2", "view-list-icons"},
     {"list.bullet", "view-list-details"},
     {"photo", "view-preview"},
     {"sidebar.right", "sidebar-expand-right"},

@@ -8,6 +8,7 @@
 #include <QEvent>
 #include <QHBoxLayout>
 #include <QLabel>
+#include <QSignalBlocker>
 #include <QToolButton>
 #include <QVBoxLayout>
 #include <QWidgetAction>
@@ -51,10 +52,21 @@ MainToolbar::MainToolbar(shell::AppCommandCenter& center, QWidget* parent)
         QAction* action = addAction(toQString(item.label));
         action->setToolTip(action->text());
         const auto which = item.action;
-        connect(action, &QAction::triggered, this,
-                [this, which] { center_.performToolbarAction(which); });
+        if (which == shell::ToolbarAction::inspector) {
+            // Toggled, not triggered: assistive tools toggle a checkable button without a click.
+            action->setCheckable(true);
+            connect(action, &QAction::toggled, this, [this, which](bool shown) {
+                if (shown != center_.uiState().showsInspector)
+                    center_.performToolbarAction(which);
+            });
+        } else {
+            connect(action, &QAction::triggered, this,
+                    [this, which] { center_.performToolbarAction(which); });
+        }
         actions_[item.action] = action;
     }
+    if (auto* more = findChild<QToolButton*>(QStringLiteral("qt_toolbar_ext_button")))
+        more->setAccessibleName(QStringLiteral("More Tools"));
     // The Open button's icon fills while the pointer is over it.
     if ((openButton_ = widgetForAction(actions_.at(shell::ToolbarAction::open))))
         openButton_->installEventFilter(this);
@@ -84,8 +96,8 @@ QWidget* MainToolbar::makeViewPicker() {
         row->addWidget(button);
         viewButtons_[choice.mode] = button;
         const auto mode = choice.mode;
-        connect(button, &QToolButton::clicked, this, [this, mode] {
-            if (center_.uiState().viewMode == mode)
+        connect(button, &QToolButton::toggled, this, [this, mode](bool chosen) {
+            if (!chosen || center_.uiState().viewMode == mode)
                 return;
             center_.uiState().viewMode = mode;
             center_.uiState().notifyChanged();
@@ -110,7 +122,7 @@ void MainToolbar::refresh() {
         button->setChecked(center_.uiState().viewMode == mode);
     }
     QAction* inspector = actions_.at(shell::ToolbarAction::inspector);
-    inspector->setCheckable(true);
+    const QSignalBlocker quiet(inspector);
     inspector->setChecked(center_.uiState().showsInspector);
 }
 

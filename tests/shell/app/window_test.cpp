@@ -162,6 +162,23 @@ private slots:
         for (const char* symbol : {"folder", "folder.fill"})
             QVERIFY2(QIcon::hasThemeIcon(ui::themeIconName(symbol)), symbol);
     }
+
+    // A screen reader toggles a checkable button through its accessible action, with no click.
+    void checkableControlsAnswerTheirAccessibleToggle() {
+        AppFixture fixture;
+        MainWindow& window = fixture.window();
+        const auto& ui = fixture.app->commandCenter().uiState();
+        fixture.state().addImage(AppFixture::image("a"));
+        auto toggle = [](QWidget* control) {
+            QAccessibleInterface* accessible = QAccessible::queryAccessibleInterface(control);
+            accessible->actionInterface()->doAction(QAccessibleActionInterface::toggleAction());
+        };
+
+        toggle(window.toolbar().widgetForAction(window.toolbar().action(ToolbarAction::inspector)));
+        QVERIFY(!ui.showsInspector);
+        toggle(window.toolbar().viewModeButton(LibraryViewMode::list));
+        QCOMPARE(ui.viewMode, LibraryViewMode::list);
+    }
 };
 
 } // namespace lumivesper::shell
