@@ -82,7 +82,7 @@ MainWindow::~MainWindow() = default;
 void MainWindow::refresh() {
     toolbar_->refresh();
     menus_->refresh();
-    inspector_->setVisible(center_.uiState().showsInspector);
+    inspector_->setVisible(center_.uiState().showsInspector());
     refreshTitle();
 }
 
@@ -94,7 +94,7 @@ void MainWindow::refreshTitle() {
 }
 
 void MainWindow::presentActiveSheet() {
-    const auto sheet = center_.uiState().activeSheet;
+    const auto sheet = center_.uiState().activeSheet();
     if (sheet == presentedSheet_)
         return;
     presentedSheet_ = sheet;
@@ -107,8 +107,7 @@ void MainWindow::presentActiveSheet() {
     // No sheet to show yet: dismiss at once, so that the next request is seen as a change.
     platform::consoleLine("⚠️ This window cannot show that sheet yet");
     presentedSheet_.reset();
-    center_.uiState().activeSheet.reset();
-    center_.uiState().notifyChanged();
+    center_.uiState().setActiveSheet(std::nullopt);
 }
 
 void MainWindow::closeEvent(QCloseEvent* event) {

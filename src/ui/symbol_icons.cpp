@@ -28,6 +28,13 @@ constexpr SymbolIcon symbolIcons[] = {
     {"list.bullet", "view-list-details"},
     {"photo", "view-preview"},
     {"sidebar.right", "sidebar-expand-right"},
+    {"photo.on.rectangle.angled", "folder-pictures"},
+    {"tray.and.arrow.down", "document-import"},
+    {"plus.circle", "list-add"},
+    {"backward.end.fill", "media-skip-backward"},
+    {"play.fill", "media-playback-start"},
+    {"pause.fill", "media-playback-pause"},
+    {"forward.end.fill", "media-skip-forward"},
 };
 
 } // namespace

@@ -56,7 +56,7 @@ MainToolbar::MainToolbar(shell::AppCommandCenter& center, QWidget* parent)
             // Toggled, not triggered: assistive tools toggle a checkable button without a click.
             action->setCheckable(true);
             connect(action, &QAction::toggled, this, [this, which](bool shown) {
-                if (shown != center_.uiState().showsInspector)
+                if (shown != center_.uiState().showsInspector())
                     center_.performToolbarAction(which);
             });
         } else {
@@ -97,10 +97,8 @@ QWidget* MainToolbar::makeViewPicker() {
         viewButtons_[choice.mode] = button;
         const auto mode = choice.mode;
         connect(button, &QToolButton::toggled, this, [this, mode](bool chosen) {
-            if (!chosen || center_.uiState().viewMode == mode)
-                return;
-            center_.uiState().viewMode = mode;
-            center_.uiState().notifyChanged();
+            if (chosen)
+                center_.uiState().setViewMode(mode);
         });
     }
     column->addLayout(row);
@@ -119,11 +117,12 @@ void MainToolbar::refresh() {
     }
     for (const auto& [mode, button] : viewButtons_) {
         button->setEnabled(actions_.at(shell::ToolbarAction::viewMode)->isEnabled());
-        button->setChecked(center_.uiState().viewMode == mode);
+        const QSignalBlocker quiet(button);
+        button->setChecked(center_.uiState().viewMode() == mode);
     }
     QAction* inspector = actions_.at(shell::ToolbarAction::inspector);
     const QSignalBlocker quiet(inspector);
-    inspector->setChecked(center_.uiState().showsInspector);
+    inspector->setChecked(center_.uiState().showsInspector());
 }
 
 QAction* MainToolbar::action(shell::ToolbarAction which) const {
@@ -137,8 +136,7 @@ QToolButton* MainToolbar::viewModeButton(shell::LibraryViewMode mode) const {
 bool MainToolbar::eventFilter(QObject* watched, QEvent* event) {
     if (watched == openButton_ &&
         (event->type() == QEvent::Enter || event->type() == QEvent::Leave)) {
-        center_.uiState().isHoveringOpenButton = event->type() == QEvent::Enter;
-        center_.uiState().notifyChanged();
+        center_.uiState().setHoveringOpenButton(event->type() == QEvent::Enter);
     }
     return QToolBar::eventFilter(watched, event);
 }

@@ -104,19 +104,19 @@ private slots:
         const auto& ui = fixture.app->commandCenter().uiState();
 
         QTest::keyClick(&window, Qt::Key_Space);
-        QVERIFY(!ui.isTimelinePlaying); // nothing to play
+        QVERIFY(!ui.isTimelinePlaying()); // nothing to play
 
         fixture.state().addImage(AppFixture::image("sunrise"));
         QTest::keyClick(&window, Qt::Key_Space);
-        QVERIFY(ui.isTimelinePlaying);
+        QVERIFY(ui.isTimelinePlaying());
         QCOMPARE(window.menus().action(MenuCommand::togglePlayback)->text(),
                  QStringLiteral("Pause Playback"));
         QTest::keyClick(&window, Qt::Key_Space);
-        QVERIFY(!ui.isTimelinePlaying);
+        QVERIFY(!ui.isTimelinePlaying());
 
         fixture.state().setMode(WallpaperMode::appearance);
         QTest::keyClick(&window, Qt::Key_Space);
-        QVERIFY(!ui.isTimelinePlaying);
+        QVERIFY(!ui.isTimelinePlaying());
     }
 
     void toolbarButtonsDriveTheWindowState() {
@@ -126,23 +126,23 @@ private slots:
         fixture.state().addImage(AppFixture::image("a"));
 
         QTest::mouseClick(window.toolbar().viewModeButton(LibraryViewMode::single), Qt::LeftButton);
-        QCOMPARE(ui.viewMode, LibraryViewMode::single);
+        QCOMPARE(ui.viewMode(), LibraryViewMode::single);
         QVERIFY(window.toolbar().viewModeButton(LibraryViewMode::single)->isChecked());
         fixture.dialogs.alertAnswers.push_back(2); // Don't Save
         window.menus().action(MenuCommand::newProject)->trigger();
-        QCOMPARE(ui.viewMode, LibraryViewMode::grid);
+        QCOMPARE(ui.viewMode(), LibraryViewMode::grid);
         QVERIFY(window.toolbar().viewModeButton(LibraryViewMode::grid)->isChecked());
 
         auto* dock = window.findChild<QDockWidget*>(QStringLiteral("inspectorDock"));
         QVERIFY(dock->isVisible());
         window.toolbar().action(ToolbarAction::inspector)->trigger();
-        QVERIFY(!ui.showsInspector);
+        QVERIFY(!ui.showsInspector());
         QVERIFY(!dock->isVisible());
 
         // A sheet this window cannot show yet must not stay "on screen" and block the next one.
         fixture.state().addImage(AppFixture::image("b"));
         window.toolbar().action(ToolbarAction::exportWallpaper)->trigger();
-        QVERIFY(!ui.activeSheet);
+        QVERIFY(!ui.activeSheet());
     }
 
     // What a screen reader and an icon theme must give every control of the toolbar.
@@ -175,9 +175,9 @@ private slots:
         };
 
         toggle(window.toolbar().widgetForAction(window.toolbar().action(ToolbarAction::inspector)));
-        QVERIFY(!ui.showsInspector);
+        QVERIFY(!ui.showsInspector());
         toggle(window.toolbar().viewModeButton(LibraryViewMode::list));
-        QCOMPARE(ui.viewMode, LibraryViewMode::list);
+        QCOMPARE(ui.viewMode(), LibraryViewMode::list);
     }
 };
 
