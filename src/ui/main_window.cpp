@@ -68,7 +68,19 @@ MainWindow::MainWindow(shell::AppCommandCenter& center, shell::AppLifecycleDeleg
     inspector_->setMinimumWidth(260);
     addDockWidget(Qt::RightDockWidgetArea, inspector_);
 
-    documentChanges_ = center_.appState().observe([this](document::AppStateFields) { refresh(); });
+    documentChanges_ = center_.appState().observe([this](document::AppStateFields fields) {
+        // Selection and generation progress change often and show nowhere in the window's chrome;
+        // rebuilding the menus for them would disturb a menu the user has open.
+        using document::AppStateField;
+        for (const auto shown : {AppStateField::images, AppStateField::mode,
+                                 AppStateField::currentProjectPath, AppStateField::isDirty,
+                                 AppStateField::recentProjects}) {
+            if (fields.contains(shown)) {
+                refresh();
+                return;
+            }
+        }
+    });
     windowStateChanges_ = center_.uiState().observe([this] {
         refresh();
         presentActiveSheet();
