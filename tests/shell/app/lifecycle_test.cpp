@@ -1,14 +1,20 @@
 #include "app_fixture.h"
 
+#include "shell/app/qt_dialogs.h"
+#include "shell/app/qt_main_thread.h"
 #include "shell/app/single_instance.h"
 #include "shell/app/terminal_interrupts.h"
 #include "ui/qt_text.h"
 
+#include <QApplication>
 #include <QDir>
+#include <QMessageBox>
+#include <QPushButton>
 #include <QProcess>
 #include <QtTest>
 
 #include <csignal>
+#include <thread>
 
 namespace lumivesper::shell {
 
@@ -117,6 +123,47 @@ private slots:
         QCOMPARE(fixture.refused, QStringList{ui::toQString(elsewhere.path() / "photo.png")});
         QCOMPARE(fixture.state().currentProjectPath(), package);
         QVERIFY(fixture.dialogs.alerts.empty());
+    }
+
+    void workPostedFromAnyThreadRunsOnTheMainThreadUnlessItsQueueHasGone() {
+        std::thread::id ranOn;
+        bool dropped = true;
+        {
+            QtMainThread mainThread;
+            std::thread worker([&] { mainThread.post([&] { ranOn = std::this_thread::get_id(); }); });
+            worker.join();
+            QTRY_COMPARE(ranOn, std::this_thread::get_id());
+            mainThread.post([&] { dropped = false; });
+        }
+        QCoreApplication::processEvents();
+        QVERIFY(dropped);
+    }
+
+    // The question as the user sees it: the buttons in their order, an ampersand as a character.
+    void alertsShowTheirButtonsAndAnswerWithTheirIndex() {
+        QtDialogs dialogs;
+        QStringList shown;
+        QMessageBox::Icon icon = QMessageBox::NoIcon;
+        QTimer::singleShot(0, this, [&] {
+            auto* box = qobject_cast<QMessageBox*>(QApplication::activeModalWidget());
+            if (!box)
+                return; // runAlert would wait for ever; the test times out
+            icon = box->icon();
+            for (QAbstractButton* button : box->buttons())
+                shown << button->text();
+            for (QAbstractButton* button : box->buttons()) {
+                if (button->text() == QLatin1String("Don't Save"))
+                    button->click();
+            }
+        });
+        const auto answer = dialogs.runAlert({"You have unsaved changes.",
+                                              "Do you want to save before quitting?",
+                                              platform::AlertStyle::warning,
+                                              {"Save & Quit", "Cancel", "Don't Save"}});
+        QCOMPARE(answer, dontSave);
+        QCOMPARE(icon, QMessageBox::Warning);
+        QVERIFY(shown.contains(QStringLiteral("Save && Quit"))); // drawn as "Save & Quit"
+        QCOMPARE(shown.size(), 3);
     }
 
     // The second launch is the real program, started from another working folder.
