@@ -14,8 +14,7 @@ struct SymbolIcon {
     const char* themeName;
 };
 
-// Chosen for meaning, not likeness: "internaldrive" is where the original saves, so it is the
-// save icon here.
+// Chosen for meaning, not likeness: "internaldrive" stands for saving, so it is the save icon.
 constexpr SymbolIcon symbolIcons[] = {
     {"plus", "list-add"},
     {"sparkles", "draw-star"},
