@@ -12,19 +12,23 @@ namespace lumivesper::sun {
 namespace {
 
 std::vector<SolarTimeSample> buildReferenceDay() {
-    using namespace std::chrono;
-    const TimeZone zone = TimeZone::utc();
-    const sys_seconds equinox = sys_days{year{2024} / March / 20};
     std::vector<SolarTimeSample> samples;
     samples.reserve(288);
     for (int minute = 0; minute <= 1435; minute += 5) {
-        const auto position = solarPosition(equinox + minutes(minute), zone, 40.0, 0.0);
+        const auto position = referenceSunPosition(minute / 60.0);
         samples.push_back({minute / 60.0, position.altitude, position.azimuth});
     }
     return samples;
 }
 
 } // namespace
+
+SolarPosition referenceSunPosition(double hour) {
+    using namespace std::chrono;
+    const sys_seconds equinox = sys_days{year{2024} / March / 20};
+    const auto offset = round<system_clock::duration>(duration<double>(hour * 3600.0));
+    return solarPosition(equinox + offset, TimeZone::utc(), 40.0, 0.0);
+}
 
 std::span<const SolarTimeSample> solarTimeSamples() {
     static const std::vector<SolarTimeSample> samples = buildReferenceDay(); // thread-safe init

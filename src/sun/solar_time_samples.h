@@ -1,5 +1,7 @@
 #pragma once
 
+#include "sun/solar_position.h"
+
 #include <span>
 
 namespace lumivesper::sun {
@@ -10,6 +12,9 @@ struct SolarTimeSample {
     double altitude = 0;
     double azimuth = 0;
 };
+
+// The sun at `hour` (0 up to under 24) of the reference day, at the reference place.
+SolarPosition referenceSunPosition(double hour);
 
 // The 288 samples of the reference day in ascending hour. Built once, on first use, under a
 // thread-safe guard; immutable afterwards.
