@@ -250,4 +250,13 @@ WallpaperFileInfo readWallpaper(const std::filesystem::path& path) {
     return WallpaperFile(path).info();
 }
 
+bool isDynamicWallpaper(const std::filesystem::path& path) noexcept {
+    try {
+        WallpaperFile file(path);
+        return true;
+    } catch (const std::exception&) {
+        return false;
+    }
+}
+
 } // namespace lumivesper::exporting

@@ -78,4 +78,8 @@ private:
 // The description alone.
 WallpaperFileInfo readWallpaper(const std::filesystem::path& path);
 
+// Whether a file is a dynamic wallpaper we can read, without decoding any image: for offering an
+// import when a .heic file is dropped.
+bool isDynamicWallpaper(const std::filesystem::path& path) noexcept;
+
 } // namespace lumivesper::exporting

@@ -102,6 +102,7 @@ TEST_F(WallpaperReaderTest, MalformedDocumentsGiveAClearError) {
         {xmpPacket("apr", metadataValue(PlistValue(D{{"l", 0}}))), "\"d\" is missing"},
         {xmpPacket("apr", metadataValue(PlistValue(D{{"l", 0}, {"d", -1}}))), "out of range"},
         {"<x:xmpmeta xmlns:x=\"adobe:ns:meta/\"/>", "no apple_desktop:solar, apple_desktop:h24"},
+        {"", "carries no XMP metadata"},
     };
     for (const auto& [xmp, message] : cases) {
         try {
@@ -110,7 +111,9 @@ TEST_F(WallpaperReaderTest, MalformedDocumentsGiveAClearError) {
         } catch (const WallpaperReadError& error) {
             EXPECT_THAT(error.what(), ::testing::HasSubstr(message));
         }
+        EXPECT_FALSE(isDynamicWallpaper(folder.path() / ("w" + std::to_string(files) + ".heic")));
     }
+    EXPECT_TRUE(isDynamicWallpaper(write(three(), 2, xmpPacket("apr", metadataValue(PlistValue(D{{"l", 0}, {"d", 2}}))))));
 }
 
 // A profile whose red and green primaries are sRGB's green and red: a reader that applies it
