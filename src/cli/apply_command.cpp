@@ -93,7 +93,8 @@ int runApply(const CommandContext& context) {
         } else if (argument == "--command") {
             const auto command = value();
             if (!command || command->find("{}") == std::string::npos)
-                return usageError(context, "--command needs a command line with {} for the picture");
+                return usageError(context,
+                                  "--command needs a command line with {} for the picture");
             request.command = *command;
         } else if ((argument.size() > 1 && argument.front() == '-') || source) {
             return usageError(context, "unexpected argument '" + argument + "'");
@@ -104,7 +105,8 @@ int runApply(const CommandContext& context) {
     if (latitude.has_value() != longitude.has_value())
         return usageError(context, "--lat and --lon go together");
     if (refresh + remove + source.has_value() != 1)
-        return usageError(context, "give one FILE.heic or PACKAGE.lvesper, or --refresh, or --remove");
+        return usageError(context,
+                          "give one FILE.heic or PACKAGE.lvesper, or --refresh, or --remove");
 
     try {
         if (remove) {

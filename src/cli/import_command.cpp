@@ -54,10 +54,11 @@ int runImport(const CommandContext& context) {
 
     InterruptStop interrupt;
     try {
-        exporting::importDynamicWallpaper(
-            *file, *output, interrupt.token(), [&](int current, int total, const std::string& message) {
-                context.err << "[" << current << "/" << total << "] " << message << "\n";
-            });
+        exporting::importDynamicWallpaper(*file, *output, interrupt.token(),
+                                          [&](int current, int total, const std::string& message) {
+                                              context.err << "[" << current << "/" << total << "] "
+                                                          << message << "\n";
+                                          });
     } catch (const platform::CancellationError&) {
         context.err << "lumivesper-cli import: stopped; nothing was written\n";
         return exitFailure;

@@ -101,9 +101,8 @@ void printJson(const exporting::WallpaperFileInfo& info, const std::string& path
     if (!info.solarFrames.empty()) {
         json["frames"] = nlohmann::ordered_json::array();
         for (const auto& frame : info.solarFrames) {
-            nlohmann::ordered_json entry{{"index", frame.index},
-                                         {"altitude", frame.altitude},
-                                         {"azimuth", frame.azimuth}};
+            nlohmann::ordered_json entry{
+                {"index", frame.index}, {"altitude", frame.altitude}, {"azimuth", frame.azimuth}};
             if (frame.light)
                 entry["light"] = *frame.light;
             json["frames"].push_back(std::move(entry));
@@ -153,7 +152,8 @@ int runInspect(const CommandContext& context) {
         context.err << "lumivesper-cli inspect: " << *file << ": " << error.what() << "\n";
         return exitFailure;
     }
-    const std::size_t records = info.kind == "h24" ? info.hourFrames.size() : info.solarFrames.size();
+    const std::size_t records =
+        info.kind == "h24" ? info.hourFrames.size() : info.solarFrames.size();
     if (info.kind != "apr" && records != info.images.size())
         context.err << "lumivesper-cli inspect: warning: the metadata lists " << records
                     << " frames but the file holds " << info.images.size() << " images\n";

@@ -17,8 +17,8 @@ namespace {
 // Writes each picture once, however many frames show it, and tells its file by a key.
 template <typename Key> class PictureWriter {
 public:
-    PictureWriter(fs::path folder, std::stop_token stop, const exporting::ProgressCallback& progress,
-                  int total)
+    PictureWriter(fs::path folder, std::stop_token stop,
+                  const exporting::ProgressCallback& progress, int total)
         : folder_(std::move(folder)), stop_(std::move(stop)), progress_(progress), total_(total) {}
 
     template <typename Decode> fs::path file(const Key& key, Decode&& decode) {
@@ -30,7 +30,8 @@ public:
         files_.emplace(key, path);
         if (progress_)
             progress_(static_cast<int>(files_.size()), total_,
-                      "Prepared picture " + std::to_string(files_.size()) + "/" + std::to_string(total_));
+                      "Prepared picture " + std::to_string(files_.size()) + "/" +
+                          std::to_string(total_));
         return path;
     }
 
@@ -43,7 +44,8 @@ private:
 };
 
 BackgroundFrames fromWallpaperFile(const fs::path& source, const fs::path& folder,
-                                   std::stop_token stop, const exporting::ProgressCallback& progress) {
+                                   std::stop_token stop,
+                                   const exporting::ProgressCallback& progress) {
     const exporting::WallpaperFile file(source);
     const auto& info = file.info();
     BackgroundFrames result;
@@ -56,7 +58,8 @@ BackgroundFrames fromWallpaperFile(const fs::path& source, const fs::path& folde
         used = {*info.lightIndex, *info.darkIndex};
     PictureWriter<long long> writer(folder, stop, progress, static_cast<int>(used.size()));
     auto picture = [&](long long index) {
-        return writer.file(index, [&] { return file.decodeImage(static_cast<std::size_t>(index)); });
+        return writer.file(index,
+                           [&] { return file.decodeImage(static_cast<std::size_t>(index)); });
     };
     if (info.kind == "apr") {
         result.kind = BackgroundFrames::Kind::appearance;
@@ -83,7 +86,8 @@ BackgroundFrames fromPackage(const fs::path& source, const fs::path& folder, std
     BackgroundFrames result;
     PictureWriter<fs::path> writer(folder, stop, progress, static_cast<int>(project.images.size()));
     auto picture = [&](const document::WallpaperImage& image) {
-        return writer.file(*image.sourcePath, [&] { return platform::loadImage(*image.sourcePath); });
+        return writer.file(*image.sourcePath,
+                           [&] { return platform::loadImage(*image.sourcePath); });
     };
     if (project.mode == document::WallpaperMode::appearance) {
         // The same choice as the export: the first light image, then the first dark one.
@@ -106,8 +110,8 @@ BackgroundFrames fromPackage(const fs::path& source, const fs::path& folder, std
     if (project.images.empty())
         throw document::ProjectPackageError("The project has no images.");
     for (const auto& image : project.images)
-        result.frames.push_back({picture(image), image.altitude.value_or(0.0),
-                                 image.azimuth.value_or(0.0), {}});
+        result.frames.push_back(
+            {picture(image), image.altitude.value_or(0.0), image.azimuth.value_or(0.0), {}});
     return result;
 }
 

@@ -73,7 +73,9 @@ std::string serviceUnitText(const std::vector<std::string>& command) {
            "Description=Lumivesper AI: keep the dynamic desktop background current\n\n"
            "[Service]\n"
            "Type=oneshot\n"
-           "ExecStart=" + line + "\n"
+           "ExecStart=" +
+           line +
+           "\n"
            // A wallpaper setter started by a --command hook must outlive this run.
            "KillMode=process\n";
 }

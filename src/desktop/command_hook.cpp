@@ -77,11 +77,11 @@ std::optional<HookProcess> startCommandHook(const std::string& commandTemplate,
         if (::waitpid(pid, &status, WNOHANG) == pid) {
             if (WIFEXITED(status) && WEXITSTATUS(status) == 0)
                 return std::nullopt;
-            throw DesktopBackgroundError(
-                "The command failed (" +
-                (WIFEXITED(status) ? "exit status " + std::to_string(WEXITSTATUS(status))
-                                   : "signal " + std::to_string(WTERMSIG(status))) +
-                "): " + line);
+            throw DesktopBackgroundError("The command failed (" +
+                                         (WIFEXITED(status)
+                                              ? "exit status " + std::to_string(WEXITSTATUS(status))
+                                              : "signal " + std::to_string(WTERMSIG(status))) +
+                                         "): " + line);
         }
         std::this_thread::sleep_for(std::chrono::milliseconds(20));
     }
@@ -90,7 +90,7 @@ std::optional<HookProcess> startCommandHook(const std::string& commandTemplate,
 
 void stopCommandHook(const HookProcess& hook) {
     if (hook.pid <= 0 || startTimeOf(hook.pid) != hook.startTime)
-        return; // gone, or the id now belongs to another process
+        return;                 // gone, or the id now belongs to another process
     ::kill(-hook.pid, SIGTERM); // its session and process group carry its id
     int status = 0;
     ::waitpid(hook.pid, &status, WNOHANG);

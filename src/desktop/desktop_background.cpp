@@ -64,15 +64,16 @@ json toJson(const AppliedBackground& applied) {
             entry["hour"] = *frame.hour;
         frames.push_back(std::move(entry));
     }
-    json state{{"desktop", desktopName(applied.desktop)},
-               {"kind", applied.frames.kind == BackgroundFrames::Kind::time ? "time" : "appearance"},
-               {"name", applied.frames.name},
-               {"folder", applied.folder.string()},
-               {"frames", std::move(frames)},
-               {"light", applied.frames.light.string()},
-               {"dark", applied.frames.dark.string()},
-               {"command", applied.command},
-               {"shown", applied.shown.string()}};
+    json state{
+        {"desktop", desktopName(applied.desktop)},
+        {"kind", applied.frames.kind == BackgroundFrames::Kind::time ? "time" : "appearance"},
+        {"name", applied.frames.name},
+        {"folder", applied.folder.string()},
+        {"frames", std::move(frames)},
+        {"light", applied.frames.light.string()},
+        {"dark", applied.frames.dark.string()},
+        {"command", applied.command},
+        {"shown", applied.shown.string()}};
     if (applied.location)
         state["location"] = {applied.location->latitude, applied.location->longitude};
     if (applied.hook)
@@ -147,9 +148,10 @@ bool isTime(const AppliedBackground& applied) {
     return applied.frames.kind == BackgroundFrames::Kind::time;
 }
 
-int secondsAfter(std::chrono::system_clock::time_point midnight, std::chrono::system_clock::time_point now) {
-    return static_cast<int>(
-        std::clamp<long long>(std::chrono::duration_cast<std::chrono::seconds>(now - midnight).count(), 0, 86399));
+int secondsAfter(std::chrono::system_clock::time_point midnight,
+                 std::chrono::system_clock::time_point now) {
+    return static_cast<int>(std::clamp<long long>(
+        std::chrono::duration_cast<std::chrono::seconds>(now - midnight).count(), 0, 86399));
 }
 
 // The picture for the moment: by the sun's schedule, or for appearance wallpapers the light one
@@ -182,8 +184,10 @@ void presentGnome(const AppliedBackground& applied, std::chrono::system_clock::t
     const auto localDay = std::chrono::floor<std::chrono::days>(
         midnight + std::chrono::seconds(zone.secondsFromUtc(midnight)));
     const fs::path slideshow = applied.folder / "slideshow.xml";
-    writeText(slideshow, gnomeSlideshowXml(frames.frames, schedule, std::chrono::year_month_day(localDay)));
-    writeText(gnomeBackgroundPropertiesFile(), gnomeBackgroundPropertiesXml(frames.name, slideshow));
+    writeText(slideshow,
+              gnomeSlideshowXml(frames.frames, schedule, std::chrono::year_month_day(localDay)));
+    writeText(gnomeBackgroundPropertiesFile(),
+              gnomeBackgroundPropertiesXml(frames.name, slideshow));
     setGnomeBackground(slideshow, slideshow);
 }
 
@@ -271,7 +275,8 @@ ApplyResult applyDesktopBackground(const ApplyRequest& request, std::stop_token 
             "give a command that sets a picture, such as --command 'swaybg -i {}'.");
     }
     applied.location = request.location ? request.location
-                                        : previous ? previous->location : std::nullopt;
+                       : previous       ? previous->location
+                                        : std::nullopt;
 
     fs::create_directories(backgroundsFolder());
     applied.folder = backgroundsFolder() / folderName(request.source.stem().string());
@@ -300,10 +305,10 @@ ApplyResult applyDesktopBackground(const ApplyRequest& request, std::stop_token 
     const bool followsClock = isTime(applied) || (applied.desktop == DesktopKind::command &&
                                                   applied.location.has_value());
     if (followsClock && !request.refreshCommand.empty()) {
-        result.warnings = installBackgroundTimer(
-            request.refreshCommand, applied.desktop == DesktopKind::gnome
-                                        ? TimerSchedule::daily
-                                        : TimerSchedule::everyFiveMinutes);
+        result.warnings =
+            installBackgroundTimer(request.refreshCommand, applied.desktop == DesktopKind::gnome
+                                                               ? TimerSchedule::daily
+                                                               : TimerSchedule::everyFiveMinutes);
         result.lines.push_back("Timer: " + (userUnitFolder() / timerUnitName).string());
     } else {
         result.warnings = removeBackgroundTimer();
@@ -314,9 +319,11 @@ ApplyResult applyDesktopBackground(const ApplyRequest& request, std::stop_token 
 ApplyResult refreshDesktopBackground(std::chrono::system_clock::time_point now) {
     auto applied = readState();
     if (!applied)
-        throw DesktopBackgroundError("No dynamic wallpaper is applied: run apply with a file first.");
+        throw DesktopBackgroundError(
+            "No dynamic wallpaper is applied: run apply with a file first.");
     if (isTime(*applied) && !applied->location)
-        throw DesktopBackgroundError("The applied wallpaper has no location; apply it again with --lat and --lon.");
+        throw DesktopBackgroundError(
+            "The applied wallpaper has no location; apply it again with --lat and --lon.");
     present(*applied, now);
     writeState(*applied);
     ApplyResult result;

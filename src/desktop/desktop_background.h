@@ -19,10 +19,10 @@ enum class DesktopKind { gnome, plasma, command };
 std::optional<DesktopKind> detectDesktop();
 
 struct ApplyRequest {
-    std::filesystem::path source;        // a dynamic wallpaper (.heic) or a project (.lvesper)
-    std::optional<DesktopKind> desktop;  // none: the session's
-    std::string command;                 // a hook such as "swaybg -i {}"; set means `command`
-    std::optional<Location> location;    // where the sun is watched; else the last one used
+    std::filesystem::path source;            // a dynamic wallpaper (.heic) or a project (.lvesper)
+    std::optional<DesktopKind> desktop;      // none: the session's
+    std::string command;                     // a hook such as "swaybg -i {}"; set means `command`
+    std::optional<Location> location;        // where the sun is watched; else the last one used
     std::vector<std::string> refreshCommand; // what the timer runs: program and arguments
 };
 
@@ -47,8 +47,8 @@ ApplyResult applyDesktopBackground(const ApplyRequest& request, std::stop_token 
 
 // The timer's work: brings the applied background up to date for `now` (today's slideshow, the
 // picture of the moment). Throws DesktopBackgroundError when nothing is applied.
-ApplyResult refreshDesktopBackground(std::chrono::system_clock::time_point now =
-                                         std::chrono::system_clock::now());
+ApplyResult refreshDesktopBackground(
+    std::chrono::system_clock::time_point now = std::chrono::system_clock::now());
 
 // Takes the background away again: the timer, the Settings entry, the pictures, and GNOME's keys
 // where they still show them.

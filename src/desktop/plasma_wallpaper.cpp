@@ -53,13 +53,14 @@ void applyPlasmaWallpaper(const fs::path& pictureOrPackage) {
     if (!program)
         throw DesktopBackgroundError(
             "plasma-apply-wallpaperimage was not found: it comes with Plasma (plasma-workspace). "
-            "The pictures are ready at " + pictureOrPackage.string());
+            "The pictures are ready at " +
+            pictureOrPackage.string());
     try {
         tools::runProcess({*program, {pictureOrPackage.string()}, std::nullopt});
     } catch (const tools::ProcessRunnerError& error) {
-        throw DesktopBackgroundError("plasma-apply-wallpaperimage failed: " +
-                                     (error.result() ? error.result()->standardError
-                                                     : error.description()));
+        throw DesktopBackgroundError(
+            "plasma-apply-wallpaperimage failed: " +
+            (error.result() ? error.result()->standardError : error.description()));
     }
 }
 

@@ -1,6 +1,7 @@
 #include "desktop/sun_schedule.h"
 
 #include "sun/solar_position.h"
+#include "sun/solar_time_samples.h"
 
 #include <algorithm>
 #include <cmath>
@@ -12,19 +13,6 @@ namespace {
 
 constexpr int secondsPerDay = 86400;
 constexpr int sampleStep = 300;
-
-// The reference table's nearness: an altitude error of 90° weighs as much as an azimuth error of
-// 180°, azimuths compared the short way round.
-double distance(const sun::SolarPosition& sample, double altitude, double azimuth) {
-    double dz = std::fmod(sample.azimuth - azimuth, 360.0);
-    if (dz > 180.0)
-        dz -= 360.0;
-    else if (dz < -180.0)
-        dz += 360.0;
-    dz /= 180.0;
-    const double da = (altitude - sample.altitude) / 90.0;
-    return da * da + dz * dz;
-}
 
 } // namespace
 
@@ -58,8 +46,10 @@ std::vector<ScheduledChange> scheduleDay(const std::vector<BackgroundFrame>& fra
         double best = std::numeric_limits<double>::max();
         int when = 0;
         for (std::size_t s = 0; s < samples.size(); ++s) {
+            // The nearness of the reference table.
             const double d =
-                distance(samples[s], frame.altitude.value_or(0), frame.azimuth.value_or(0));
+                sun::sunPositionDistance(frame.altitude.value_or(0), frame.azimuth.value_or(0),
+                                         samples[s].altitude, samples[s].azimuth);
             if (d < best) {
                 best = d;
                 when = static_cast<int>(s) * sampleStep;

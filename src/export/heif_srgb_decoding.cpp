@@ -1,10 +1,10 @@
 #include "export/heif_srgb_decoding.h"
 
+#include "export/heif_owners.h"
 #include "export/wallpaper_reader.h"
 
 #include <cstring>
 #include <lcms2.h>
-#include <libheif/heif.h>
 #include <memory>
 #include <vector>
 
@@ -12,9 +12,6 @@ namespace lumivesper::exporting {
 
 namespace {
 
-struct ImageDeleter {
-    void operator()(heif_image* image) const { heif_image_release(image); }
-};
 struct OptionsDeleter {
     void operator()(heif_decoding_options* options) const { heif_decoding_options_free(options); }
 };
@@ -62,7 +59,8 @@ ProfilePtr profileFromPrimaries(int primaries) {
         return nullptr;
     const cmsCIExyY white{0.3127, 0.3290, 1};
     const double srgbCurve[5] = {2.4, 1 / 1.055, 0.055 / 1.055, 1 / 12.92, 0.04045};
-    std::unique_ptr<cmsToneCurve, CurveDeleter> curve(cmsBuildParametricToneCurve(nullptr, 4, srgbCurve));
+    std::unique_ptr<cmsToneCurve, CurveDeleter> curve(
+        cmsBuildParametricToneCurve(nullptr, 4, srgbCurve));
     cmsToneCurve* curves[3] = {curve.get(), curve.get(), curve.get()};
     return ProfilePtr(cmsCreateRGBProfile(&white, &triple, curves));
 }
@@ -70,7 +68,8 @@ ProfilePtr profileFromPrimaries(int primaries) {
 // The profile the pixels are in, or none when they are sRGB already or the profile is unusable.
 ProfilePtr sourceProfile(const heif_image_handle* handle) {
     if (const auto icc = iccBytes(handle); !icc.empty()) {
-        ProfilePtr profile(cmsOpenProfileFromMem(icc.data(), static_cast<cmsUInt32Number>(icc.size())));
+        ProfilePtr profile(
+            cmsOpenProfileFromMem(icc.data(), static_cast<cmsUInt32Number>(icc.size())));
         if (profile && cmsGetColorSpace(profile.get()) == cmsSigRgbData)
             return profile;
         return nullptr;
@@ -98,7 +97,7 @@ platform::PixelImage decodeToSrgb(const heif_image_handle* handle) {
     if (error.code != heif_error_Ok)
         fail(std::string("Cannot decode an image of the file: ") +
              (error.message ? error.message : "unknown error"));
-    std::unique_ptr<heif_image, ImageDeleter> image(decoded);
+    HeifImagePtr image(decoded);
 
     int stride = 0;
     const std::uint8_t* plane =
@@ -118,8 +117,8 @@ platform::PixelImage decodeToSrgb(const heif_image_handle* handle) {
             const std::uint8_t* row = plane + std::size_t(y) * stride;
             for (int i = 0; i < width * 4; ++i) {
                 const std::uint32_t value = row[2 * i] | (row[2 * i + 1] << 8);
-                wide[std::size_t(y) * width * 4 + i] =
-                    static_cast<std::uint16_t>((std::min(value, maximum) * 65535u + maximum / 2) / maximum);
+                wide[std::size_t(y) * width * 4 + i] = static_cast<std::uint16_t>(
+                    (std::min(value, maximum) * 65535u + maximum / 2) / maximum);
             }
         }
     }
@@ -127,14 +126,16 @@ platform::PixelImage decodeToSrgb(const heif_image_handle* handle) {
     platform::PixelImage result(width, height);
     if (const auto profile = sourceProfile(handle)) {
         const ProfilePtr srgb(cmsCreate_sRGBProfile());
-        std::unique_ptr<void, TransformDeleter> transform(cmsCreateTransform(
-            profile.get(), deep ? TYPE_RGBA_16 : TYPE_RGBA_8, srgb.get(), TYPE_RGBA_8,
-            INTENT_RELATIVE_COLORIMETRIC, cmsFLAGS_COPY_ALPHA));
+        std::unique_ptr<void, TransformDeleter> transform(
+            cmsCreateTransform(profile.get(), deep ? TYPE_RGBA_16 : TYPE_RGBA_8, srgb.get(),
+                               TYPE_RGBA_8, INTENT_RELATIVE_COLORIMETRIC, cmsFLAGS_COPY_ALPHA));
         if (transform) {
             for (int y = 0; y < height; ++y) {
-                const void* row = deep ? static_cast<const void*>(wide.data() + std::size_t(y) * width * 4)
-                                       : static_cast<const void*>(plane + std::size_t(y) * stride);
-                cmsDoTransform(transform.get(), row, result.pixel(0, y), static_cast<cmsUInt32Number>(width));
+                const void* row =
+                    deep ? static_cast<const void*>(wide.data() + std::size_t(y) * width * 4)
+                         : static_cast<const void*>(plane + std::size_t(y) * stride);
+                cmsDoTransform(transform.get(), row, result.pixel(0, y),
+                               static_cast<cmsUInt32Number>(width));
             }
             return result;
         }
@@ -153,7 +154,8 @@ platform::PixelImage decodeToSrgb(const heif_image_handle* handle) {
 
 std::string describeColourProfile(const heif_image_handle* handle) {
     if (const auto icc = iccBytes(handle); !icc.empty()) {
-        ProfilePtr profile(cmsOpenProfileFromMem(icc.data(), static_cast<cmsUInt32Number>(icc.size())));
+        ProfilePtr profile(
+            cmsOpenProfileFromMem(icc.data(), static_cast<cmsUInt32Number>(icc.size())));
         if (!profile)
             return "ICC: (unreadable profile)";
         char text[256] = {};

@@ -38,9 +38,9 @@ void writeProject(const fs::path& file, const ImportedDocument& document) {
     std::vector<document::WallpaperImage> images;
     for (const auto& entry : document.frames)
         images.push_back(entry.image);
-    const auto project = document::makeProject(document.mode, std::move(images), "",
-                                               document::defaultMagicSize,
-                                               document::defaultMagicTweenCount, "");
+    const auto project =
+        document::makeProject(document.mode, std::move(images), "", document::defaultMagicSize,
+                              document::defaultMagicTweenCount, "");
     std::ofstream out(file, std::ios::binary | std::ios::trunc);
     out << nlohmann::json(project).dump(2);
     out.flush();
@@ -108,10 +108,11 @@ ImportedDocument importedDocument(const WallpaperFileInfo& info, const std::stri
     }
     // The document keeps time frames in the order of the day; writing them so makes a reopened
     // project and its export list them the same way.
-    std::stable_sort(document.frames.begin(), document.frames.end(), [](const auto& a, const auto& b) {
-        return sun::effectiveHour(a.image.timeOfDay, a.image.altitude, a.image.azimuth) <
-               sun::effectiveHour(b.image.timeOfDay, b.image.altitude, b.image.azimuth);
-    });
+    std::stable_sort(
+        document.frames.begin(), document.frames.end(), [](const auto& a, const auto& b) {
+            return sun::effectiveHour(a.image.timeOfDay, a.image.altitude, a.image.azimuth) <
+                   sun::effectiveHour(b.image.timeOfDay, b.image.altitude, b.image.azimuth);
+        });
     return document;
 }
 
@@ -126,12 +127,14 @@ fs::path importDynamicWallpaper(const fs::path& wallpaper, const fs::path& packa
         stem = "frame";
     const ImportedDocument document = importedDocument(file.info(), stem);
 
-    const fs::path parent = packageOut.parent_path().empty() ? fs::path(".") : packageOut.parent_path();
+    const fs::path parent =
+        packageOut.parent_path().empty() ? fs::path(".") : packageOut.parent_path();
     StagingFolder staging(parent / ("." + packageOut.filename().string() + ".partial-" +
                                     platform::Uuid::generate().toString()));
     fs::create_directories(staging.path() / document::imagesFolderName, error);
     if (error)
-        throw WallpaperImportError("Cannot create " + staging.path().string() + ": " + error.message());
+        throw WallpaperImportError("Cannot create " + staging.path().string() + ": " +
+                                   error.message());
 
     // Each image once, however many records show it.
     std::map<std::size_t, std::string> images;
@@ -149,7 +152,8 @@ fs::path importDynamicWallpaper(const fs::path& wallpaper, const fs::path& packa
         }
         ++done;
         if (progress)
-            progress(done, total, "Decoded image " + std::to_string(done) + "/" + std::to_string(total));
+            progress(done, total,
+                     "Decoded image " + std::to_string(done) + "/" + std::to_string(total));
     }
     platform::throwIfCancelled(stop);
     writeProject(staging.path() / document::projectFileName, document);

@@ -102,8 +102,8 @@ std::string deepText(pugi::xml_node element) {
 void collect(pugi::xml_node element, std::vector<DesktopProperty>& found) {
     for (auto attribute : element.attributes())
         if (const auto local = desktopLocalName(element, attribute.name()))
-            found.push_back({std::string(*local), attribute.value(),
-                             DesktopProperty::Form::attribute});
+            found.push_back(
+                {std::string(*local), attribute.value(), DesktopProperty::Form::attribute});
     for (auto child = element.first_child(); child; child = child.next_sibling()) {
         if (child.type() != pugi::node_element)
             continue;

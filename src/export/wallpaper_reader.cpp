@@ -1,26 +1,18 @@
 #include "export/wallpaper_reader.h"
 
 #include "export/bplist_reader.h"
+#include "export/heif_owners.h"
 #include "export/heif_srgb_decoding.h"
 #include "export/wallpaper_metadata.h"
 #include "platform/base64.h"
 
 #include <algorithm>
 #include <cstring>
-#include <libheif/heif.h>
 #include <system_error>
 
 namespace lumivesper::exporting {
 
 namespace {
-
-struct ContextDeleter {
-    void operator()(heif_context* context) const { heif_context_free(context); }
-};
-struct HandleDeleter {
-    void operator()(heif_image_handle* handle) const { heif_image_handle_release(handle); }
-};
-using HandlePtr = std::unique_ptr<heif_image_handle, HandleDeleter>;
 
 [[noreturn]] void fail(const std::string& message) {
     throw WallpaperReadError(message);
@@ -31,10 +23,10 @@ void check(heif_error error, const std::string& what) {
         fail(what + ": " + (error.message ? error.message : "unknown error"));
 }
 
-HandlePtr imageHandle(heif_context* context, heif_item_id id) {
+HeifHandlePtr imageHandle(heif_context* context, heif_item_id id) {
     heif_image_handle* handle = nullptr;
     check(heif_context_get_image_handle(context, id, &handle), "Cannot open an image of the file");
-    return HandlePtr(handle);
+    return HeifHandlePtr(handle);
 }
 
 std::string xmpOf(const heif_image_handle* handle) {
@@ -108,7 +100,9 @@ public:
         return value.array();
     }
 
-    DocumentReader at(const std::string& record) const { return {where_ + " " + record, imageCount_}; }
+    DocumentReader at(const std::string& record) const {
+        return {where_ + " " + record, imageCount_};
+    }
 
 private:
     std::string where_;
@@ -178,11 +172,12 @@ int rank(const std::string& name) {
 } // namespace
 
 struct WallpaperFile::Context {
-    std::unique_ptr<heif_context, ContextDeleter> heif;
+    HeifContextPtr heif;
     std::vector<heif_item_id> ids; // top-level images in file order
 };
 
-WallpaperFile::WallpaperFile(const std::filesystem::path& path) : context_(std::make_unique<Context>()) {
+WallpaperFile::WallpaperFile(const std::filesystem::path& path)
+    : context_(std::make_unique<Context>()) {
     std::error_code error;
     if (!std::filesystem::is_regular_file(path, error))
         fail("No such file: " + path.string());

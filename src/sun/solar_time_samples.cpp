@@ -35,18 +35,23 @@ std::span<const SolarTimeSample> solarTimeSamples() {
     return samples;
 }
 
+double sunPositionDistance(double altitude, double azimuth, double otherAltitude,
+                           double otherAzimuth) {
+    double dz = std::fmod(otherAzimuth - azimuth, 360.0);
+    if (dz > 180.0)
+        dz -= 360.0;
+    else if (dz < -180.0)
+        dz += 360.0;
+    dz /= 180.0;
+    const double da = (altitude - otherAltitude) / 90.0;
+    return da * da + dz * dz;
+}
+
 double approximateSolarHour(double altitude, double azimuth) {
     double best = std::numeric_limits<double>::max();
     double result = 0;
     for (const auto& sample : solarTimeSamples()) {
-        double dz = std::fmod(sample.azimuth - azimuth, 360.0);
-        if (dz > 180.0)
-            dz -= 360.0;
-        else if (dz < -180.0)
-            dz += 360.0;
-        dz /= 180.0;
-        const double da = (altitude - sample.altitude) / 90.0;
-        const double d = da * da + dz * dz;
+        const double d = sunPositionDistance(altitude, azimuth, sample.altitude, sample.azimuth);
         if (d < best) {
             best = d;
             result = sample.hour;

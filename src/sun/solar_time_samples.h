@@ -20,6 +20,11 @@ SolarPosition referenceSunPosition(double hour);
 // thread-safe guard; immutable afterwards.
 std::span<const SolarTimeSample> solarTimeSamples();
 
+// How far apart two sun positions are for choosing among them: an altitude error of 90° weighs as
+// much as an azimuth error of 180°, azimuths compared the short way round.
+double sunPositionDistance(double altitude, double azimuth, double otherAltitude,
+                           double otherAzimuth);
+
 // The hour of the reference sample nearest to a sun position, an altitude error of 90° weighing
 // as much as an azimuth error of 180°. The first of equally near samples wins.
 double approximateSolarHour(double altitude, double azimuth);

@@ -218,8 +218,8 @@ namespace lumivesper::cli {
 namespace {
 
 TEST_F(ExportInspectCommandTest, ImportMakesAPackageThatExportsTheSameRecordsAgain) {
-    ASSERT_EQ(run(runExport, {png("a.png", 16) + "@-4.5,80.25", png("b.png", 24) + "@55,181", "-o",
-                              output})
+    ASSERT_EQ(run(runExport,
+                  {png("a.png", 16) + "@-4.5,80.25", png("b.png", 24) + "@55,181", "-o", output})
                   .exitCode,
               exitSuccess);
     const auto before = inspectJson();
@@ -245,15 +245,15 @@ TEST_F(ExportInspectCommandTest, ImportMakesAPackageThatExportsTheSameRecordsAga
 TEST_F(ExportInspectCommandTest, ImportAndApplyRefuseBadUsageWithTwo) {
     const std::vector<std::pair<int (*)(const CommandContext&), std::vector<std::string>>> cases = {
         {runImport, {}},
-        {runImport, {output}},                       // no package
-        {runImport, {output, "-o"}},                 // no package after -o
-        {runImport, {output, "-o", "p", "--fast"}},  // unknown option
+        {runImport, {output}},                      // no package
+        {runImport, {output, "-o"}},                // no package after -o
+        {runImport, {output, "-o", "p", "--fast"}}, // unknown option
         {runApply, {}},
-        {runApply, {output, "--lat", "48"}},         // no longitude
+        {runApply, {output, "--lat", "48"}}, // no longitude
         {runApply, {output, "--lat", "95", "--lon", "0"}},
         {runApply, {output, "--desktop", "xfce"}},
         {runApply, {output, "--command", "swaybg -i"}}, // no {} for the picture
-        {runApply, {output, "--remove"}},            // a file and --remove
+        {runApply, {output, "--remove"}},               // a file and --remove
     };
     for (const auto& [command, arguments] : cases) {
         const auto result = run(command, arguments);

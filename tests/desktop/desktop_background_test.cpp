@@ -35,7 +35,8 @@ protected:
         const fs::path home = folder.path() / "home";
         fs::create_directories(bin);
         for (const char* tool : {"systemctl", "plasma-apply-wallpaperimage"}) {
-            std::ofstream(bin / tool) << "#!/bin/sh\necho \"$*\" >> '" << (folder.path() / tool).string() << "'\n";
+            std::ofstream(bin / tool)
+                << "#!/bin/sh\necho \"$*\" >> '" << (folder.path() / tool).string() << "'\n";
             fs::permissions(bin / tool, fs::perms::owner_all);
         }
         set("HOME", home);
@@ -83,17 +84,22 @@ protected:
                          {{10, 5, 100}, {120, 20, 180}, {240, -40, 0}});
     }
     fs::path appearanceWallpaper() {
-        return wallpaper("light-dark.heic", document::WallpaperMode::appearance, {{200, 0, 0}, {30, 0, 0}});
+        return wallpaper("light-dark.heic", document::WallpaperMode::appearance,
+                         {{200, 0, 0}, {30, 0, 0}});
     }
 
     ApplyResult apply(const fs::path& source, std::optional<DesktopKind> desktop = {},
                       std::string command = {}) {
-        return applyDesktopBackground(
-            {source, desktop, std::move(command), Location{48.14, 11.58}, {"/opt/lumivesper-cli", "apply", "--refresh"}});
+        return applyDesktopBackground({source,
+                                       desktop,
+                                       std::move(command),
+                                       Location{48.14, 11.58},
+                                       {"/opt/lumivesper-cli", "apply", "--refresh"}});
     }
 
     static std::string gsetting(const std::string& key) {
-        return tools::runProcess({"/usr/bin/gsettings", {"get", "org.gnome.desktop.background", key}, {}})
+        return tools::runProcess(
+                   {"/usr/bin/gsettings", {"get", "org.gnome.desktop.background", key}, {}})
             .standardOutput;
     }
     // The file of a printed 'file://...' value.
@@ -148,17 +154,22 @@ TEST_F(DesktopBackgroundTest, GnomeGetsADailySlideshowThenLightAndDarkPicturesTh
     }
     EXPECT_DOUBLE_EQ(total, 86400.0);
     const std::time_t now = std::time(nullptr);
-    EXPECT_EQ(xml.child("background").child("starttime").child("day").text().as_int(), std::gmtime(&now)->tm_mday);
+    EXPECT_EQ(xml.child("background").child("starttime").child("day").text().as_int(),
+              std::gmtime(&now)->tm_mday);
 
     pugi::xml_document listed;
     ASSERT_TRUE(listed.load_file(gnomeBackgroundPropertiesFile().c_str()));
-    EXPECT_EQ(fs::path(listed.child("wallpapers").child("wallpaper").child("filename").text().get()), slideshow);
+    EXPECT_EQ(
+        fs::path(listed.child("wallpapers").child("wallpaper").child("filename").text().get()),
+        slideshow);
 
     const fs::path units = userUnitFolder();
-    EXPECT_THAT(readText(units / serviceUnitName), HasSubstr("ExecStart=\"/opt/lumivesper-cli\" \"apply\" \"--refresh\""));
+    EXPECT_THAT(readText(units / serviceUnitName),
+                HasSubstr("ExecStart=\"/opt/lumivesper-cli\" \"apply\" \"--refresh\""));
     EXPECT_THAT(readText(units / timerUnitName), HasSubstr("OnCalendar=*-*-* 00:00:30"));
     EXPECT_TRUE(fs::is_symlink(units / "timers.target.wants" / timerUnitName));
-    EXPECT_EQ(calls("systemctl"), "--user daemon-reload\n--user restart lumivesper-background.timer\n");
+    EXPECT_EQ(calls("systemctl"),
+              "--user daemon-reload\n--user restart lumivesper-background.timer\n");
 
     // Applying again replaces: new pictures, the old ones gone, no timer for light and dark.
     apply(appearanceWallpaper());
@@ -179,7 +190,8 @@ TEST_F(DesktopBackgroundTest, GnomeGetsADailySlideshowThenLightAndDarkPicturesTh
 
 TEST_F(DesktopBackgroundTest, PlasmaGetsAPackageForAppearanceAndThePictureOfTheMomentForTime) {
     apply(appearanceWallpaper(), DesktopKind::plasma);
-    const fs::path package = fs::path(std::getenv("XDG_DATA_HOME")) / "wallpapers" / "lumivesper-ai-dynamic";
+    const fs::path package =
+        fs::path(std::getenv("XDG_DATA_HOME")) / "wallpapers" / "lumivesper-ai-dynamic";
     EXPECT_EQ(calls("plasma-apply-wallpaperimage"), package.string() + "\n");
     // What Plasma's package loader requires of metadata.json.
     const auto metadata = nlohmann::json::parse(readText(package / "metadata.json"));
@@ -198,8 +210,8 @@ TEST_F(DesktopBackgroundTest, PlasmaGetsAPackageForAppearanceAndThePictureOfTheM
     EXPECT_THAT(readText(userUnitFolder() / timerUnitName), HasSubstr("OnCalendar=*:0/5"));
     using namespace std::chrono;
     const auto today = floor<days>(system_clock::now());
-    refreshDesktopBackground(today + hours(12)); // the noon picture
-    refreshDesktopBackground(today + hours(12) + minutes(5)); // unchanged: not set again
+    refreshDesktopBackground(today + hours(12));               // the noon picture
+    refreshDesktopBackground(today + hours(12) + minutes(5));  // unchanged: not set again
     refreshDesktopBackground(today + hours(23) + minutes(50)); // the night picture
     std::vector<int> shown;
     std::istringstream lines(calls("plasma-apply-wallpaperimage"));
@@ -222,7 +234,8 @@ TEST_F(DesktopBackgroundTest, ACommandHookGetsThePictureOfTheMomentQuoted) {
 TEST_F(DesktopBackgroundTest, NoDesktopOrNoPlaceIsAClearErrorThatChangesNothing) {
     set("XDG_CURRENT_DESKTOP", "sway");
     EXPECT_THROW(apply(timeWallpaper()), DesktopBackgroundError);
-    EXPECT_THROW(applyDesktopBackground({timeWallpaper(), DesktopKind::gnome, {}, {}, {}}), DesktopBackgroundError);
+    EXPECT_THROW(applyDesktopBackground({timeWallpaper(), DesktopKind::gnome, {}, {}, {}}),
+                 DesktopBackgroundError);
     EXPECT_TRUE(backgroundFolders().empty());
     EXPECT_EQ(gsetting("picture-uri").find("lumivesper"), std::string::npos);
 }

@@ -20,7 +20,8 @@ TEST(SunScheduleTest, FramesChangeWhereTheSunReachesThemAtThisPlaceAndDay) {
     const int moments[] = {15 * 3600 + 1200, 8 * 3600, 12 * 3600 + 600};
     std::vector<BackgroundFrame> frames;
     for (int second : moments) {
-        const auto sun = sun::solarPosition(midnight + seconds(second), zone, munich.latitude, munich.longitude);
+        const auto sun =
+            sun::solarPosition(midnight + seconds(second), zone, munich.latitude, munich.longitude);
         frames.push_back({"f" + std::to_string(second), sun.altitude, sun.azimuth, {}});
     }
     frames.push_back({"late", {}, {}, 22.5});
@@ -37,12 +38,12 @@ TEST(SunScheduleTest, FramesChangeWhereTheSunReachesThemAtThisPlaceAndDay) {
 }
 
 TEST(GnomeSlideshowTest, DurationsAddUpToADayAndFadesFitTheirGaps) {
-    const std::vector<BackgroundFrame> frames{{"/a.png", {}, {}, {}}, {"/b & c.png", {}, {}, {}},
-                                              {"/d.png", {}, {}, {}}};
+    const std::vector<BackgroundFrame> frames{
+        {"/a.png", {}, {}, {}}, {"/b & c.png", {}, {}, {}}, {"/d.png", {}, {}, {}}};
     const std::vector<std::vector<ScheduledChange>> schedules{
-        {{0, 30000}},                                 // one picture all day
-        {{0, 0}, {1, 100}, {2, 50000}},               // a change at midnight, one 100 s gap
-        {{2, 3600}, {0, 7200}, {1, 86399}}};          // the last change a second before midnight
+        {{0, 30000}},                        // one picture all day
+        {{0, 0}, {1, 100}, {2, 50000}},      // a change at midnight, one 100 s gap
+        {{2, 3600}, {0, 7200}, {1, 86399}}}; // the last change a second before midnight
     for (const auto& schedule : schedules) {
         pugi::xml_document document;
         const auto xml = gnomeSlideshowXml(frames, schedule, year{2026} / 11 / 23);

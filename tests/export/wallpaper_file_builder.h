@@ -48,8 +48,10 @@ inline Picture picture(int width, int height, std::uint8_t red = 0, std::uint8_t
 
 inline heif_image* makeImage(const Picture& picture) {
     heif_image* image = nullptr;
-    const auto chroma = picture.tenBit ? heif_chroma_interleaved_RRGGBB_LE : heif_chroma_interleaved_RGB;
-    heifCheck(heif_image_create(picture.width, picture.height, heif_colorspace_RGB, chroma, &image));
+    const auto chroma =
+        picture.tenBit ? heif_chroma_interleaved_RRGGBB_LE : heif_chroma_interleaved_RGB;
+    heifCheck(
+        heif_image_create(picture.width, picture.height, heif_colorspace_RGB, chroma, &image));
     heifCheck(heif_image_add_plane(image, heif_channel_interleaved, picture.width, picture.height,
                                    picture.tenBit ? 10 : 8));
     int stride = 0;
@@ -68,7 +70,8 @@ inline heif_image* makeImage(const Picture& picture) {
             }
         }
     if (!picture.icc.empty())
-        heifCheck(heif_image_set_raw_color_profile(image, "prof", picture.icc.data(), picture.icc.size()));
+        heifCheck(heif_image_set_raw_color_profile(image, "prof", picture.icc.data(),
+                                                   picture.icc.size()));
     return image;
 }
 
@@ -76,7 +79,8 @@ inline heif_image* makeImage(const Picture& picture) {
 // and carries `xmp` (none when empty).
 inline void writeHeif(const std::filesystem::path& path, const std::vector<Picture>& pictures,
                       std::size_t primary, const std::string& xmp) {
-    std::unique_ptr<heif_context, void (*)(heif_context*)> context(heif_context_alloc(), heif_context_free);
+    std::unique_ptr<heif_context, void (*)(heif_context*)> context(heif_context_alloc(),
+                                                                   heif_context_free);
     heif_encoder* encoder = nullptr;
     heifCheck(heif_context_get_encoder_for_format(context.get(), heif_compression_HEVC, &encoder));
     heif_encoder_set_lossy_quality(encoder, 90);
@@ -107,8 +111,11 @@ inline std::string elementXmp(const std::string& name, const std::string& value)
     return "<?xpacket begin=\"\xEF\xBB\xBF\" id=\"W5M0MpCehiHzreSzNTczkc9d\"?>\n"
            "<x:xmpmeta xmlns:x=\"adobe:ns:meta/\" x:xmptk=\"Other Writer\">\n"
            " <rdf:RDF xmlns:rdf=\"http://www.w3.org/1999/02/22-rdf-syntax-ns#\">\n"
-           "  <rdf:Description rdf:about=\"\" xmlns:apple_desktop=\"http://ns.apple.com/namespace/1.0/\">\n"
-           "   <apple_desktop:" + name + ">" + value + "</apple_desktop:" + name + ">\n"
+           "  <rdf:Description rdf:about=\"\" "
+           "xmlns:apple_desktop=\"http://ns.apple.com/namespace/1.0/\">\n"
+           "   <apple_desktop:" +
+           name + ">" + value + "</apple_desktop:" + name +
+           ">\n"
            "  </rdf:Description>\n </rdf:RDF>\n</x:xmpmeta>\n<?xpacket end=\"w\"?>";
 }
 
@@ -176,7 +183,8 @@ public:
 // A file whose first top-level image (the primary, carrying `xmp`) is a columns × rows grid of
 // `tiles` (row by row, each tileSize square), followed by `others` as plain images.
 inline Bytes gridWallpaper(const std::vector<CodedTile>& tiles, int columns, int rows, int tileSize,
-                           const std::vector<CodedTile>& others, int otherSize, const std::string& xmp) {
+                           const std::vector<CodedTile>& others, int otherSize,
+                           const std::string& xmp) {
     // Items: 1 the grid, then the tiles, then the other images, then the XMP.
     const unsigned gridId = 1, firstTile = 2;
     const unsigned firstOther = firstTile + unsigned(tiles.size());
@@ -205,7 +213,8 @@ inline Bytes gridWallpaper(const std::vector<CodedTile>& tiles, int columns, int
 
         BoxWriter iinf;
         iinf.u16(static_cast<unsigned>(payloads.size()));
-        auto infe = [&](unsigned id, const char* type, unsigned flags, const std::string& contentType) {
+        auto infe = [&](unsigned id, const char* type, unsigned flags,
+                        const std::string& contentType) {
             BoxWriter w;
             w.u16(id), w.u16(0), w.text(type), w.u8(0);
             if (!contentType.empty())

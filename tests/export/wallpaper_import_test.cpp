@@ -21,10 +21,11 @@ protected:
     // Three images told apart by their colour.
     std::filesystem::path wallpaper(const std::string& name, const PlistValue& document) {
         const auto path = folder.path() / name;
-        testing::writeHeif(path,
-                           {testing::picture(64, 32, 250, 10, 10), testing::picture(64, 32, 10, 250, 10),
-                            testing::picture(64, 32, 10, 10, 250)},
-                           0, xmpPacket(name.starts_with("h24") ? "h24" : "solar", metadataValue(document)));
+        testing::writeHeif(
+            path,
+            {testing::picture(64, 32, 250, 10, 10), testing::picture(64, 32, 10, 250, 10),
+             testing::picture(64, 32, 10, 10, 250)},
+            0, xmpPacket(name.starts_with("h24") ? "h24" : "solar", metadataValue(document)));
         return path;
     }
 
@@ -33,7 +34,8 @@ protected:
         const auto loaded = document::readPackage(package);
         EXPECT_TRUE(loaded.missingFileNames.empty());
         const auto output = folder.path() / "again.heic";
-        HeicGenerator().generate(loaded.project.images, output, loaded.project.mode, std::nullopt, {});
+        HeicGenerator().generate(loaded.project.images, output, loaded.project.mode, std::nullopt,
+                                 {});
         return readWallpaper(output);
     }
 
@@ -42,17 +44,18 @@ protected:
 
 TEST_F(WallpaperImportTest, SolarRecordsComeBackTheSameAfterImportReopenAndExport) {
     // In the order of the day, one record without "o", and the last two sharing an image.
-    const PlistValue document(D{{"si", PlistValue(A{
-        PlistValue(D{{"i", 2}, {"a", 5.5}, {"z", 95.25}, {"o", 1}}),
-        PlistValue(D{{"i", 0}, {"a", 50.125}, {"z", 180.0}}),
-        PlistValue(D{{"i", 1}, {"a", -3.0}, {"z", 265.0}, {"o", 1}}),
-        PlistValue(D{{"i", 1}, {"a", -30.0}, {"z", 330.0}, {"o", 0}})})}});
+    const PlistValue document(
+        D{{"si", PlistValue(A{PlistValue(D{{"i", 2}, {"a", 5.5}, {"z", 95.25}, {"o", 1}}),
+                              PlistValue(D{{"i", 0}, {"a", 50.125}, {"z", 180.0}}),
+                              PlistValue(D{{"i", 1}, {"a", -3.0}, {"z", 265.0}, {"o", 1}}),
+                              PlistValue(D{{"i", 1}, {"a", -30.0}, {"z", 330.0}, {"o", 0}})})}});
     std::vector<std::string> reports;
-    const auto package = importDynamicWallpaper(
-        wallpaper("solar.heic", document), folder.path() / "solar.lvesper", {},
-        [&](int current, int total, const std::string& message) {
-            reports.push_back(std::to_string(current) + "/" + std::to_string(total) + " " + message);
-        });
+    const auto package =
+        importDynamicWallpaper(wallpaper("solar.heic", document), folder.path() / "solar.lvesper",
+                               {}, [&](int current, int total, const std::string& message) {
+                                   reports.push_back(std::to_string(current) + "/" +
+                                                     std::to_string(total) + " " + message);
+                               });
     EXPECT_EQ(reports, (std::vector<std::string>{"1/3 Decoded image 1/3", "2/3 Decoded image 2/3",
                                                  "3/3 Decoded image 3/3"}));
     const auto images = document::readPackage(package).project.images;
@@ -77,27 +80,32 @@ TEST_F(WallpaperImportTest, HoursBecomeReferenceSunPositionsThatKeepTheOrderOfTh
     const PlistValue document(D{{"ti", PlistValue(A{PlistValue(D{{"t", 0.75}, {"i", 0}}),
                                                     PlistValue(D{{"t", 0.25}, {"i", 1}}),
                                                     PlistValue(D{{"t", 1.0}, {"i", 2}})})}});
-    const auto package = importDynamicWallpaper(wallpaper("h24.heic", document), folder.path() / "h24.lvesper");
+    const auto package =
+        importDynamicWallpaper(wallpaper("h24.heic", document), folder.path() / "h24.lvesper");
     const auto info = reexport(package);
     EXPECT_EQ(info.kind, "solar");
     ASSERT_EQ(info.solarFrames.size(), 3u);
     const double hours[] = {0.0, 6.0, 18.0};
     for (std::size_t n = 0; n < 3; ++n)
-        EXPECT_NEAR(sun::approximateSolarHour(info.solarFrames[n].altitude, info.solarFrames[n].azimuth),
-                    hours[n], 1.0 / 12)
+        EXPECT_NEAR(
+            sun::approximateSolarHour(info.solarFrames[n].altitude, info.solarFrames[n].azimuth),
+            hours[n], 1.0 / 12)
             << "record " << n;
 }
 
 TEST_F(WallpaperImportTest, AnExistingTargetOrAStopLeavesNothingBehind) {
-    const PlistValue document(D{{"si", PlistValue(A{PlistValue(D{{"i", 0}, {"a", 1.0}, {"z", 90.0}})})}});
+    const PlistValue document(
+        D{{"si", PlistValue(A{PlistValue(D{{"i", 0}, {"a", 1.0}, {"z", 90.0}})})}});
     const auto source = wallpaper("solar.heic", document);
     std::filesystem::create_directory(folder.path() / "taken.lvesper");
-    EXPECT_THROW(importDynamicWallpaper(source, folder.path() / "taken.lvesper"), WallpaperImportError);
+    EXPECT_THROW(importDynamicWallpaper(source, folder.path() / "taken.lvesper"),
+                 WallpaperImportError);
 
     std::stop_source stop;
     stop.request_stop();
-    EXPECT_THROW(importDynamicWallpaper(source, folder.path() / "stopped.lvesper", stop.get_token()),
-                 platform::CancellationError);
+    EXPECT_THROW(
+        importDynamicWallpaper(source, folder.path() / "stopped.lvesper", stop.get_token()),
+        platform::CancellationError);
     std::vector<std::string> left;
     for (const auto& entry : std::filesystem::directory_iterator(folder.path()))
         left.push_back(entry.path().filename().string());

@@ -129,18 +129,23 @@ TEST(XmpPacketTest, FindsThePropertiesOfOtherWritersWhateverTheirFormAndPrefix) 
     const std::string ns = "\"http://ns.apple.com/namespace/1.0/\"";
     const std::tuple<std::string, std::string, std::string, Form> cases[] = {
         // element form, value wrapped over lines, in an xpacket with NUL padding
-        {"<?xpacket begin=\"\" id=\"W5M0MpCehiHzreSzNTczkc9d\"?><x:xmpmeta xmlns:x=\"adobe:ns:meta/\">"
-         "<rdf:RDF " + rdf + "><rdf:Description rdf:about=\"\" xmlns:apple_desktop=" + ns +
+        {"<?xpacket begin=\"\" id=\"W5M0MpCehiHzreSzNTczkc9d\"?><x:xmpmeta "
+         "xmlns:x=\"adobe:ns:meta/\">"
+         "<rdf:RDF " +
+             rdf + "><rdf:Description rdf:about=\"\" xmlns:apple_desktop=" + ns +
              "><apple_desktop:h24>QU\n JD</apple_desktop:h24></rdf:Description></rdf:RDF>"
-             "</x:xmpmeta><?xpacket end=\"w\"?>" + std::string(3, '\0'),
+             "</x:xmpmeta><?xpacket end=\"w\"?>" +
+             std::string(3, '\0'),
          "h24", "QU\n JD", Form::element},
         // another prefix bound to the namespace on an outer element
         {"<x:xmpmeta xmlns:x=\"adobe:ns:meta/\" xmlns:desk=" + ns + "><rdf:RDF " + rdf +
              "><rdf:Description desk:solar=\"QUJD\"/></rdf:RDF></x:xmpmeta>",
          "solar", "QUJD", Form::attribute},
         // the value as an rdf:Alt list
-        {"<rdf:RDF " + rdf + " xmlns:apple_desktop=" + ns + "><rdf:Description><apple_desktop:apr>"
-             "<rdf:Alt><rdf:li>TWFu</rdf:li></rdf:Alt></apple_desktop:apr></rdf:Description></rdf:RDF>",
+        {"<rdf:RDF " + rdf + " xmlns:apple_desktop=" + ns +
+             "><rdf:Description><apple_desktop:apr>"
+             "<rdf:Alt><rdf:li>TWFu</rdf:li></rdf:Alt></apple_desktop:apr></rdf:Description></"
+             "rdf:RDF>",
          "apr", "TWFu", Form::element},
         // not well-formed XML: the literal attribute text still counts
         {"<x:xmpmeta><broken apple_desktop:solar=\"QUJD\">", "solar", "QUJD", Form::attribute},

@@ -25,7 +25,9 @@ protected:
     }
 
     // Three small images told apart by their width.
-    std::vector<Picture> three() { return {testing::picture(64, 32), testing::picture(96, 32), testing::picture(128, 32)}; }
+    std::vector<Picture> three() {
+        return {testing::picture(64, 32), testing::picture(96, 32), testing::picture(128, 32)};
+    }
 
     lumivesper::testing::TemporaryFolder folder;
     int files = 0;
@@ -47,7 +49,8 @@ TEST_F(WallpaperReaderTest, SolarWithoutLightFlagsWithAppearanceBesideAsElementO
                             PlistValue(D{{"i", 2}, {"a", 40.25}, {"z", 180.0}, {"o", true}}),
                             PlistValue(D{{"i", 1}, {"a", 5.0}, {"z", 270.0}, {"x", "unknown"}})})},
         {"future", PlistValue(A{PlistValue(1.5)})}});
-    const auto info = readWallpaper(write(three(), 1, elementXmp("solar", metadataValue(document))));
+    const auto info =
+        readWallpaper(write(three(), 1, elementXmp("solar", metadataValue(document))));
 
     EXPECT_EQ(info.kind, "solar");
     EXPECT_EQ(info.xmpForm, "element");
@@ -61,8 +64,10 @@ TEST_F(WallpaperReaderTest, SolarWithoutLightFlagsWithAppearanceBesideAsElementO
                          info.solarFrames[0].azimuth, info.solarFrames[0].light),
               std::tuple(0ll, -20.5, 10.0, std::optional<long long>()));
     EXPECT_EQ(info.solarFrames[1].light, 1);
-    EXPECT_EQ(std::tuple(info.solarFrames[2].index, info.solarFrames[2].azimuth), std::tuple(1ll, 270.0));
-    EXPECT_EQ(std::pair(info.lightIndex, info.darkIndex), std::pair(std::optional(2ll), std::optional(0ll)));
+    EXPECT_EQ(std::tuple(info.solarFrames[2].index, info.solarFrames[2].azimuth),
+              std::tuple(1ll, 270.0));
+    EXPECT_EQ(std::pair(info.lightIndex, info.darkIndex),
+              std::pair(std::optional(2ll), std::optional(0ll)));
 }
 
 TEST_F(WallpaperReaderTest, HourAndAppearanceDocumentsInEitherForm) {
@@ -74,11 +79,13 @@ TEST_F(WallpaperReaderTest, HourAndAppearanceDocumentsInEitherForm) {
     EXPECT_EQ(std::tuple(h24.kind, h24.xmpForm, h24.properties.size()),
               std::tuple("h24", "attribute", 1u));
     ASSERT_EQ(h24.hourFrames.size(), 3u);
-    EXPECT_EQ(std::pair(h24.hourFrames[1].index, h24.hourFrames[1].dayFraction), std::pair(1ll, 0.75));
+    EXPECT_EQ(std::pair(h24.hourFrames[1].index, h24.hourFrames[1].dayFraction),
+              std::pair(1ll, 0.75));
     EXPECT_EQ(h24.darkIndex, 1);
 
     const PlistValue appearance(D{{"l", 1}, {"d", 0}});
-    const auto apr = readWallpaper(write({testing::picture(64, 32), testing::picture(96, 32)}, 1, elementXmp("apr", metadataValue(appearance))));
+    const auto apr = readWallpaper(write({testing::picture(64, 32), testing::picture(96, 32)}, 1,
+                                         elementXmp("apr", metadataValue(appearance))));
     EXPECT_EQ(std::tuple(apr.kind, apr.primaryIndex, apr.lightIndex, apr.darkIndex),
               std::tuple("apr", 1, std::optional(1ll), std::optional(0ll)));
 }
@@ -97,7 +104,8 @@ TEST_F(WallpaperReaderTest, MalformedDocumentsGiveAClearError) {
         {xmpPacket("solar", solar(PlistValue(D{{"a", 1.0}, {"z", 1.0}}))), "\"i\" is missing"},
         {xmpPacket("solar", metadataValue(PlistValue(D{{"si", PlistValue(1)}}))),
          "\"si\" is not a list of records"},
-        {xmpPacket("h24", metadataValue(PlistValue(D{{"ti", PlistValue(A{PlistValue(D{{"t", 2.5}, {"i", 0}})})}}))),
+        {xmpPacket("h24", metadataValue(PlistValue(
+                              D{{"ti", PlistValue(A{PlistValue(D{{"t", 2.5}, {"i", 0}})})}}))),
          "not a fraction of the day"},
         {xmpPacket("apr", metadataValue(PlistValue(D{{"l", 0}}))), "\"d\" is missing"},
         {xmpPacket("apr", metadataValue(PlistValue(D{{"l", 0}, {"d", -1}}))), "out of range"},
@@ -113,7 +121,8 @@ TEST_F(WallpaperReaderTest, MalformedDocumentsGiveAClearError) {
         }
         EXPECT_FALSE(isDynamicWallpaper(folder.path() / ("w" + std::to_string(files) + ".heic")));
     }
-    EXPECT_TRUE(isDynamicWallpaper(write(three(), 2, xmpPacket("apr", metadataValue(PlistValue(D{{"l", 0}, {"d", 2}}))))));
+    EXPECT_TRUE(isDynamicWallpaper(
+        write(three(), 2, xmpPacket("apr", metadataValue(PlistValue(D{{"l", 0}, {"d", 2}}))))));
 }
 
 // A profile whose red and green primaries are sRGB's green and red: a reader that applies it
@@ -141,16 +150,19 @@ TEST_F(WallpaperReaderTest, DecodesGridsDeepAndProfiledImagesToEightBitSrgb) {
     for (const auto& [r, g, b] : quadrants)
         tiles.push_back(testing::encodeTile(testing::picture(64, 64, r, g, b)));
     const auto other = testing::encodeTile(testing::picture(64, 64, 90, 90, 90));
-    const PlistValue document(D{{"si", PlistValue(A{PlistValue(D{{"i", 0}, {"a", 10.0}, {"z", 90.0}}),
-                                                    PlistValue(D{{"i", 1}, {"a", -10.0}, {"z", 270.0}})})}});
+    const PlistValue document(
+        D{{"si", PlistValue(A{PlistValue(D{{"i", 0}, {"a", 10.0}, {"z", 90.0}}),
+                              PlistValue(D{{"i", 1}, {"a", -10.0}, {"z", 270.0}})})}});
     const auto bytes = testing::gridWallpaper(tiles, 2, 2, 64, {other}, 64,
                                               xmpPacket("solar", metadataValue(document)));
     const auto gridPath = folder.path() / "grid.heic";
-    std::ofstream(gridPath, std::ios::binary).write(reinterpret_cast<const char*>(bytes.data()),
-                                                    static_cast<std::streamsize>(bytes.size()));
+    std::ofstream(gridPath, std::ios::binary)
+        .write(reinterpret_cast<const char*>(bytes.data()),
+               static_cast<std::streamsize>(bytes.size()));
     const WallpaperFile grid(gridPath);
     ASSERT_EQ(grid.info().images.size(), 2u);
-    EXPECT_EQ(std::pair(grid.info().images[0].width, grid.info().images[0].height), std::pair(128, 128));
+    EXPECT_EQ(std::pair(grid.info().images[0].width, grid.info().images[0].height),
+              std::pair(128, 128));
     const auto assembled = grid.decodeImage(0);
     ASSERT_EQ(std::pair(assembled.width, assembled.height), std::pair(128, 128));
     for (int n = 0; n < 4; ++n) {
@@ -164,7 +176,8 @@ TEST_F(WallpaperReaderTest, DecodesGridsDeepAndProfiledImagesToEightBitSrgb) {
     deep.tenBit = true;
     Picture profiled = testing::picture(64, 64, 200, 60, 30);
     profiled.icc = swappedPrimariesProfile();
-    const WallpaperFile file(write({deep, profiled}, 0, xmpPacket("apr", metadataValue(PlistValue(D{{"l", 0}, {"d", 1}})))));
+    const WallpaperFile file(write(
+        {deep, profiled}, 0, xmpPacket("apr", metadataValue(PlistValue(D{{"l", 0}, {"d", 1}})))));
     EXPECT_EQ(file.info().images[0].bitDepth, 10);
     EXPECT_THAT(file.info().images[1].colourProfile, ::testing::StartsWith("ICC: "));
     expectColour(file.decodeImage(0), 5, 5, {180, 120, 60}, "10-bit");
