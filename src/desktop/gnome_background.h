@@ -15,7 +15,7 @@ namespace lumivesper::desktop {
 // durations add up to exactly 24 hours, so the loop stays in step with the clock.
 std::string gnomeSlideshowXml(const std::vector<BackgroundFrame>& frames,
                               const std::vector<ScheduledChange>& schedule,
-                              std::chrono::year_month_day day, int fadeSeconds = 300);
+                              std::chrono::year_month_day day, int fadeSeconds = 60);
 
 // The entry that lists the background in GNOME's Settings: `file` (a picture or a slideshow) and,
 // for appearance wallpapers, the picture for the dark style.

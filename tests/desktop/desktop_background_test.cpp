@@ -14,6 +14,7 @@
 #include <gtest/gtest.h>
 #include <nlohmann/json.hpp>
 #include <pugixml.hpp>
+#include <sstream>
 
 namespace lumivesper::desktop {
 namespace {
@@ -205,20 +206,25 @@ TEST_F(DesktopBackgroundTest, PlasmaGetsAPackageForAppearanceAndThePictureOfTheM
     EXPECT_EQ(redOf(package / "contents" / "images" / "64x36.png"), 200);
     EXPECT_EQ(redOf(package / "contents" / "images_dark" / "64x36.png"), 30);
 
-    fs::remove(folder.path() / "plasma-apply-wallpaperimage");
     apply(timeWallpaper(), DesktopKind::plasma);
     EXPECT_THAT(readText(userUnitFolder() / timerUnitName), HasSubstr("OnCalendar=*:0/5"));
+    auto shown = [this] {
+        std::vector<int> reds;
+        std::istringstream lines(calls("plasma-apply-wallpaperimage"));
+        for (std::string line; std::getline(lines, line);)
+            reds.push_back(line.ends_with(".png") ? redOf(line) : 0);
+        return reds;
+    };
     using namespace std::chrono;
     const auto today = floor<days>(system_clock::now());
-    refreshDesktopBackground(today + hours(12));               // the noon picture
-    refreshDesktopBackground(today + hours(12) + minutes(5));  // unchanged: not set again
-    refreshDesktopBackground(today + hours(23) + minutes(50)); // the night picture
-    std::vector<int> shown;
-    std::istringstream lines(calls("plasma-apply-wallpaperimage"));
-    for (std::string line; std::getline(lines, line);)
-        shown.push_back(redOf(line));
-    ASSERT_GE(shown.size(), 3u);
-    EXPECT_EQ(std::vector(shown.end() - 2, shown.end()), (std::vector{120, 240}));
+    refreshDesktopBackground(today + hours(12));
+    const auto atNoon = shown();
+    EXPECT_EQ(atNoon.back(), 120);
+    refreshDesktopBackground(today + hours(12) + minutes(5));
+    EXPECT_EQ(shown(), atNoon) << "the same picture is not set again";
+    refreshDesktopBackground(today + hours(23) + minutes(50));
+    EXPECT_EQ(shown().size(), atNoon.size() + 1);
+    EXPECT_EQ(shown().back(), 240);
 }
 
 TEST_F(DesktopBackgroundTest, ACommandHookGetsThePictureOfTheMomentQuoted) {
