@@ -23,5 +23,7 @@ int runSun(const CommandContext& context);
 int runExport(const CommandContext& context);
 int runInspect(const CommandContext& context);
 int runGenerate(const CommandContext& context);
+int runImport(const CommandContext& context);
+int runApply(const CommandContext& context);
 
 } // namespace lumivesper::cli

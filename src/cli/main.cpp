@@ -19,6 +19,8 @@ constexpr CommandEntry commands[] = {
     {"export", "make a dynamic wallpaper (.heic) from images", lumivesper::cli::runExport},
     {"inspect", "read a dynamic wallpaper back: kind, frames, values", lumivesper::cli::runInspect},
     {"generate", "AI images of one scene across the day", lumivesper::cli::runGenerate},
+    {"import", "turn a dynamic wallpaper into a project package", lumivesper::cli::runImport},
+    {"apply", "set a dynamic wallpaper as this desktop's background", lumivesper::cli::runApply},
 };
 
 void printUsage(std::ostream& out) {

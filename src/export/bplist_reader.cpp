@@ -82,6 +82,8 @@ private:
         case 0x0:
             if (marker == 0x08 || marker == 0x09)
                 return PlistValue(marker == 0x09);
+            if (marker == 0x00 || marker == 0x0F)
+                return PlistValue(); // null and fill: only ever under keys we ignore
             break;
         case 0x1: {
             if (low > 3)
@@ -101,6 +103,13 @@ private:
                 return PlistValue(double(std::bit_cast<float>(static_cast<std::uint32_t>(raw))));
             return PlistValue(std::bit_cast<double>(raw));
         }
+        case 0x3: {
+            if (marker != 0x33)
+                break;
+            require(at + 1, 8);
+            return PlistValue(std::bit_cast<double>(bigEndian(at + 1, 8)));
+        }
+        case 0x4:
         case 0x5: {
             auto [count, start] = countAt(at);
             require(start, count);
@@ -113,7 +122,13 @@ private:
             require(start, count * 2);
             return PlistValue(utf16ToUtf8(start, count));
         }
+        case 0x8: {
+            const std::size_t size = std::size_t{low} + 1;
+            require(at + 1, size);
+            return PlistValue(static_cast<std::int64_t>(bigEndian(at + 1, size)));
+        }
         case 0xA:
+        case 0xC:
         case 0xD: {
             if (visiting_[index])
                 throw PlistReadError("Property list contains itself");

@@ -15,8 +15,11 @@ public:
 };
 
 // Parses a "bplist00" document of integers, reals (4 or 8 bytes), booleans, strings (ASCII or
-// UTF-16), arrays and dictionaries. Every offset and count is checked against the buffer, and a
-// container that contains itself is refused, so hostile input fails with PlistReadError.
+// UTF-16), arrays and dictionaries. Kinds the wallpaper documents never use, so that keys of other
+// writers can be skipped, are mapped onto these: dates to reals (seconds since 2001), data to byte
+// strings, sets to arrays, UIDs to integers, null to the integer 0. Every offset and count is
+// checked against the buffer, and a container that contains itself is refused, so hostile input
+// fails with PlistReadError.
 PlistValue readBinaryPlist(std::span<const std::uint8_t> bytes);
 
 } // namespace lumivesper::exporting

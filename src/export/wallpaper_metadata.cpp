@@ -3,6 +3,8 @@
 #include "export/bplist_writer.h"
 #include "platform/base64.h"
 
+#include <pugixml.hpp>
+
 namespace lumivesper::exporting {
 
 int lightFlag(const document::WallpaperImage& image) {
@@ -56,23 +58,91 @@ std::string xmpPacket(std::string_view propertyName, std::string_view base64Valu
     return packet;
 }
 
-std::optional<DesktopProperty> findDesktopProperty(std::string_view xmp) {
-    for (std::string_view name : {solarPropertyName, appearancePropertyName}) {
-        std::string needle(desktopPrefix);
-        needle += ':';
-        needle += name;
-        needle += "=\"";
+namespace {
+
+bool isDesktopPropertyName(std::string_view name) {
+    return name == solarPropertyName || name == hourPropertyName || name == appearancePropertyName;
+}
+
+// The namespace URI that `prefix` stands for where `node` is, or empty when it is not declared.
+std::string_view namespaceOf(pugi::xml_node node, std::string_view prefix) {
+    const std::string declaration = "xmlns:" + std::string(prefix);
+    for (; node; node = node.parent())
+        if (const auto attribute = node.attribute(declaration.c_str()))
+            return attribute.value();
+    return {};
+}
+
+// The local name of a qualified `name` when its prefix is bound to the desktop namespace. An
+// undeclared "apple_desktop" prefix counts too: some writers leave the declaration out.
+std::optional<std::string_view> desktopLocalName(pugi::xml_node scope, std::string_view name) {
+    const auto colon = name.find(':');
+    if (colon == std::string_view::npos)
+        return std::nullopt;
+    const auto prefix = name.substr(0, colon);
+    const auto uri = namespaceOf(scope, prefix);
+    if (uri != desktopNamespaceUri && !(uri.empty() && prefix == desktopPrefix))
+        return std::nullopt;
+    const auto local = name.substr(colon + 1);
+    return isDesktopPropertyName(local) ? std::optional(local) : std::nullopt;
+}
+
+// All text below an element, for values written as rdf:Alt or split over several text nodes.
+std::string deepText(pugi::xml_node element) {
+    std::string text;
+    for (auto node = element.first_child(); node; node = node.next_sibling()) {
+        if (node.type() == pugi::node_pcdata || node.type() == pugi::node_cdata)
+            text += node.value();
+        else if (node.type() == pugi::node_element)
+            text += deepText(node);
+    }
+    return text;
+}
+
+void collect(pugi::xml_node element, std::vector<DesktopProperty>& found) {
+    for (auto attribute : element.attributes())
+        if (const auto local = desktopLocalName(element, attribute.name()))
+            found.push_back(
+                {std::string(*local), attribute.value(), DesktopProperty::Form::attribute});
+    for (auto child = element.first_child(); child; child = child.next_sibling()) {
+        if (child.type() != pugi::node_element)
+            continue;
+        if (const auto local = desktopLocalName(child, child.name()))
+            found.push_back({std::string(*local), deepText(child), DesktopProperty::Form::element});
+        else
+            collect(child, found);
+    }
+}
+
+std::vector<DesktopProperty> scanLiteralAttributes(std::string_view xmp) {
+    std::vector<DesktopProperty> found;
+    for (std::string_view name : {solarPropertyName, hourPropertyName, appearancePropertyName}) {
+        const std::string needle = std::string(desktopPrefix) + ':' + std::string(name) + "=\"";
         const auto start = xmp.find(needle);
         if (start == std::string_view::npos)
             continue;
         const auto valueStart = start + needle.size();
         const auto end = xmp.find('"', valueStart);
-        if (end == std::string_view::npos)
-            return std::nullopt;
-        return DesktopProperty{std::string(name),
-                               std::string(xmp.substr(valueStart, end - valueStart))};
+        if (end != std::string_view::npos)
+            found.push_back({std::string(name),
+                             std::string(xmp.substr(valueStart, end - valueStart)),
+                             DesktopProperty::Form::attribute});
     }
-    return std::nullopt;
+    return found;
+}
+
+} // namespace
+
+std::vector<DesktopProperty> findDesktopProperties(std::string_view xmp) {
+    // Packets are often padded with NULs or blanks after the closing processing instruction.
+    while (!xmp.empty() && (xmp.back() == '\0'))
+        xmp.remove_suffix(1);
+    pugi::xml_document document;
+    if (!document.load_buffer(xmp.data(), xmp.size(), pugi::parse_default, pugi::encoding_utf8))
+        return scanLiteralAttributes(xmp);
+    std::vector<DesktopProperty> found;
+    collect(document.document_element(), found);
+    return found;
 }
 
 } // namespace lumivesper::exporting

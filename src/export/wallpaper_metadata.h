@@ -15,6 +15,8 @@ inline constexpr std::string_view desktopNamespaceUri = "http://ns.apple.com/nam
 inline constexpr std::string_view desktopPrefix = "apple_desktop";
 inline constexpr std::string_view solarPropertyName = "solar";
 inline constexpr std::string_view appearancePropertyName = "apr";
+// Written by other programs only: frames placed by the hour ("ti" records of "t" and "i").
+inline constexpr std::string_view hourPropertyName = "h24";
 
 // The "o" value of a frame: its isLight when set, else whether its altitude (0 when unset) is at
 // or above the horizon.
@@ -33,12 +35,18 @@ std::string encodeMetadataValue(const PlistValue& document);
 // of a single rdf:Description: the form that readers which scan the raw text accept.
 std::string xmpPacket(std::string_view propertyName, std::string_view base64Value);
 
-// What an XMP packet says: which property it carries and its value, read the way desktop readers
-// read it (the literal attribute text). None when neither property is there.
+// One desktop property found in an XMP packet: which one, its base64 text, and whether it stood
+// as an attribute of rdf:Description (our form) or as an element (the form of other writers).
 struct DesktopProperty {
-    std::string name; // "solar" or "apr"
+    enum class Form { attribute, element };
+    std::string name; // "solar", "h24" or "apr"
     std::string value;
+    Form form = Form::attribute;
 };
-std::optional<DesktopProperty> findDesktopProperty(std::string_view xmp);
+
+// Every desktop property of an XMP packet, in document order. The packet is read as XML with its
+// namespaces resolved, so any prefix bound to the desktop namespace counts; a packet that is not
+// well-formed XML is scanned for the literal attribute text, as desktop readers scan it.
+std::vector<DesktopProperty> findDesktopProperties(std::string_view xmp);
 
 } // namespace lumivesper::exporting

@@ -1,5 +1,7 @@
 #pragma once
 
+#include "sun/solar_position.h"
+
 #include <span>
 
 namespace lumivesper::sun {
@@ -11,9 +13,17 @@ struct SolarTimeSample {
     double azimuth = 0;
 };
 
+// The sun at `hour` (0 up to under 24) of the reference day, at the reference place.
+SolarPosition referenceSunPosition(double hour);
+
 // The 288 samples of the reference day in ascending hour. Built once, on first use, under a
 // thread-safe guard; immutable afterwards.
 std::span<const SolarTimeSample> solarTimeSamples();
+
+// How far apart two sun positions are for choosing among them: an altitude error of 90° weighs as
+// much as an azimuth error of 180°, azimuths compared the short way round.
+double sunPositionDistance(double altitude, double azimuth, double otherAltitude,
+                           double otherAzimuth);
 
 // The hour of the reference sample nearest to a sun position, an altitude error of 90° weighing
 // as much as an azimuth error of 180°. The first of equally near samples wins.

@@ -213,3 +213,54 @@ TEST_F(ExportInspectCommandTest, AppearanceFromArgumentsOrAPackageWritesLightThe
 
 } // namespace
 } // namespace lumivesper::cli
+
+namespace lumivesper::cli {
+namespace {
+
+TEST_F(ExportInspectCommandTest, ImportMakesAPackageThatExportsTheSameRecordsAgain) {
+    ASSERT_EQ(run(runExport,
+                  {png("a.png", 16) + "@-4.5,80.25", png("b.png", 24) + "@55,181", "-o", output})
+                  .exitCode,
+              exitSuccess);
+    const auto before = inspectJson();
+    const auto package = (folder.path() / "again").string();
+    const auto imported = run(runImport, {output, "-o", package});
+    ASSERT_EQ(imported.exitCode, exitSuccess) << imported.err;
+    EXPECT_EQ(imported.out, package + ".lvesper\n");
+    EXPECT_THAT(imported.err, HasSubstr("[2/2] Decoded image 2/2"));
+
+    ASSERT_EQ(run(runExport, {package + ".lvesper", "-o", output}).exitCode, exitSuccess);
+    const auto after = inspectJson();
+    EXPECT_EQ(after["frames"], before["frames"]);
+    EXPECT_EQ(after["images"][1]["width"], 24);
+
+    const auto again = run(runImport, {output, "-o", package + ".lvesper"});
+    EXPECT_EQ(again.exitCode, exitFailure);
+    EXPECT_THAT(again.err, HasSubstr("already exists"));
+    const auto notWallpaper = run(runImport, {png("c.png", 8), "-o", package + "2"});
+    EXPECT_EQ(notWallpaper.exitCode, exitFailure);
+    EXPECT_THAT(notWallpaper.err, HasSubstr("Not a readable HEIF file"));
+}
+
+TEST_F(ExportInspectCommandTest, ImportAndApplyRefuseBadUsageWithTwo) {
+    const std::vector<std::pair<int (*)(const CommandContext&), std::vector<std::string>>> cases = {
+        {runImport, {}},
+        {runImport, {output}},                      // no package
+        {runImport, {output, "-o"}},                // no package after -o
+        {runImport, {output, "-o", "p", "--fast"}}, // unknown option
+        {runApply, {}},
+        {runApply, {output, "--lat", "48"}}, // no longitude
+        {runApply, {output, "--lat", "95", "--lon", "0"}},
+        {runApply, {output, "--desktop", "xfce"}},
+        {runApply, {output, "--command", "swaybg -i"}}, // no {} for the picture
+        {runApply, {output, "--remove"}},               // a file and --remove
+    };
+    for (const auto& [command, arguments] : cases) {
+        const auto result = run(command, arguments);
+        EXPECT_EQ(result.exitCode, exitUsage) << ::testing::PrintToString(arguments);
+        EXPECT_FALSE(result.err.empty());
+    }
+}
+
+} // namespace
+} // namespace lumivesper::cli

@@ -118,10 +118,48 @@ TEST(XmpPacketTest, CarriesThePropertyAsADoubleQuotedAttributeOfOneDescription) 
     EXPECT_EQ(packet.find('\''), std::string::npos);
     EXPECT_EQ(packet.find("rdf:Description"), packet.rfind("rdf:Description"));
 
-    const auto found = findDesktopProperty(xmpPacket("apr", "TWFu"));
-    ASSERT_TRUE(found);
-    EXPECT_EQ(found->name + "=" + found->value, "apr=TWFu");
-    EXPECT_FALSE(findDesktopProperty("<apple_desktop:solar>QUJD</apple_desktop:solar>"));
+    const auto found = findDesktopProperties(xmpPacket("apr", "TWFu"));
+    ASSERT_EQ(found.size(), 1u);
+    EXPECT_EQ(found[0].name + "=" + found[0].value, "apr=TWFu");
+}
+
+TEST(XmpPacketTest, FindsThePropertiesOfOtherWritersWhateverTheirFormAndPrefix) {
+    using Form = DesktopProperty::Form;
+    const std::string rdf = "xmlns:rdf=\"http://www.w3.org/1999/02/22-rdf-syntax-ns#\"";
+    const std::string ns = "\"http://ns.apple.com/namespace/1.0/\"";
+    const std::tuple<std::string, std::string, std::string, Form> cases[] = {
+        // element form, value wrapped over lines, in an xpacket with NUL padding
+        {"<?xpacket begin=\"\" id=\"W5M0MpCehiHzreSzNTczkc9d\"?><x:xmpmeta "
+         "xmlns:x=\"adobe:ns:meta/\">"
+         "<rdf:RDF " +
+             rdf + "><rdf:Description rdf:about=\"\" xmlns:apple_desktop=" + ns +
+             "><apple_desktop:h24>QU\n JD</apple_desktop:h24></rdf:Description></rdf:RDF>"
+             "</x:xmpmeta><?xpacket end=\"w\"?>" +
+             std::string(3, '\0'),
+         "h24", "QU\n JD", Form::element},
+        // another prefix bound to the namespace on an outer element
+        {"<x:xmpmeta xmlns:x=\"adobe:ns:meta/\" xmlns:desk=" + ns + "><rdf:RDF " + rdf +
+             "><rdf:Description desk:solar=\"QUJD\"/></rdf:RDF></x:xmpmeta>",
+         "solar", "QUJD", Form::attribute},
+        // the value as an rdf:Alt list
+        {"<rdf:RDF " + rdf + " xmlns:apple_desktop=" + ns +
+             "><rdf:Description><apple_desktop:apr>"
+             "<rdf:Alt><rdf:li>TWFu</rdf:li></rdf:Alt></apple_desktop:apr></rdf:Description></"
+             "rdf:RDF>",
+         "apr", "TWFu", Form::element},
+        // not well-formed XML: the literal attribute text still counts
+        {"<x:xmpmeta><broken apple_desktop:solar=\"QUJD\">", "solar", "QUJD", Form::attribute},
+    };
+    for (const auto& [xmp, name, value, form] : cases) {
+        const auto found = findDesktopProperties(xmp);
+        ASSERT_EQ(found.size(), 1u) << xmp;
+        EXPECT_EQ(std::tuple(found[0].name, found[0].value, found[0].form),
+                  std::tuple(name, value, form));
+    }
+    // Same local name, other namespace: not ours.
+    EXPECT_TRUE(findDesktopProperties("<r xmlns:apple_desktop=\"http://example.com/\" "
+                                      "apple_desktop:solar=\"QUJD\"/>")
+                    .empty());
 }
 
 } // namespace
