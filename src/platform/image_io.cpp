@@ -126,6 +126,25 @@ ImageSize readImageSize(const std::filesystem::path& path) {
     return size;
 }
 
+bool decodesAsImage(std::string_view bytes) {
+    startVips();
+    if (bytes.empty())
+        return false;
+    VipsImage* opened = vips_image_new_from_buffer(bytes.data(), bytes.size(), "", "fail_on",
+                                                   VIPS_FAIL_ON_TRUNCATED, nullptr);
+    if (!opened) {
+        vips_error_clear();
+        return false;
+    }
+    VipsImagePtr image(opened);
+    double mean = 0;
+    if (vips_avg(image.get(), &mean, nullptr) != 0) {
+        vips_error_clear();
+        return false;
+    }
+    return true;
+}
+
 void writePng(const PixelImage& image, const std::filesystem::path& path) {
     startVips();
     const std::string what = "Cannot write " + path.string();
