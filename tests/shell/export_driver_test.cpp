@@ -6,6 +6,7 @@
 #include "tools/process_runner_error.h"
 
 #include <condition_variable>
+#include <fstream>
 #include <mutex>
 
 namespace lumivesper::shell {
@@ -160,6 +161,36 @@ TEST_F(ExportDriverTest, CancelMidRunEndsWithCancelledAndStopsTheGenerator) {
     } // the driver joins its worker
     std::lock_guard lock(mutex);
     EXPECT_TRUE(sawStop);
+}
+
+TEST_F(ExportDriverTest, AFailedOrCancelledExportRemovesItsFramesUnlessTheyAreKept) {
+    const auto frames = folder.path() / "LumivesperAIPreprocess-1";
+    struct Case {
+        std::exception_ptr ending;
+        bool keep;
+    };
+    for (const auto& [ending, keep] :
+         {Case{std::make_exception_ptr(exporting::HeicGeneratorError::fileWriteFailed()), false},
+          Case{std::make_exception_ptr(platform::CancellationError()), false},
+          Case{std::make_exception_ptr(exporting::HeicGeneratorError::fileWriteFailed()), true}}) {
+        auto makeConfig = [&](std::shared_ptr<upscale::ImageUpscalingTool>) {
+            HeicPreprocessConfig config;
+            config.enableDither = true;
+            config.outputDirectory = frames;
+            config.keepPreprocessedFrames = keep;
+            return std::optional(config);
+        };
+        // As preprocessing does when a later frame fails: the first frame's file is written.
+        auto driver = makeDriver([&](auto&&, auto&&, auto, const auto& config, auto&&, auto) {
+            std::filesystem::create_directories(config->outputDirectory);
+            std::ofstream(config->outputDirectory / "frame_0001.png") << "pixels";
+            std::rethrow_exception(ending);
+        });
+        driver.exportTo(destination, {false, keep, makeConfig});
+        ASSERT_TRUE(runUntilDone(driver));
+        EXPECT_EQ(std::filesystem::exists(frames / "frame_0001.png"), keep)
+            << driver.state().exportMessage;
+    }
 }
 
 TEST_F(ExportDriverTest, KeptFramesChangeTheClosingMessageOnlyWithAConfiguration) {
