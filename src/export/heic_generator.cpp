@@ -69,9 +69,12 @@ void requireWritableDestination(const std::filesystem::path& output) {
     std::error_code error;
     const auto folder =
         output.parent_path().empty() ? std::filesystem::path(".") : output.parent_path();
-    if (!std::filesystem::is_directory(folder, error) ||
-        std::filesystem::is_directory(output, error)) {
+    if (!std::filesystem::is_directory(folder, error)) {
         consoleLine("ERROR: Output folder does not exist: " + folder.string());
+        throw HeicGeneratorError::heicCreationFailed();
+    }
+    if (std::filesystem::is_directory(output, error)) {
+        consoleLine("ERROR: Output is a folder: " + output.string());
         throw HeicGeneratorError::heicCreationFailed();
     }
     const auto probe = folder / (".lumivesper-write-test-" + platform::Uuid::generate().toString());

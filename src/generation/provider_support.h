@@ -15,7 +15,7 @@
 
 namespace lumivesper::generation {
 
-// Per-request time-out of the direct provider clients.
+// Per-request idle time-out of the direct provider clients.
 inline constexpr std::chrono::seconds providerRequestTimeout{60};
 
 inline bool isSuccessStatus(long status) {
