@@ -161,8 +161,7 @@ int runExport(const CommandContext& context) {
     const bool terminal = &context.err == &std::cerr && ::isatty(STDERR_FILENO);
     ProgressPrinter printer(context.err, terminal);
     InterruptStop interrupt([&printer] {
-        printer.note("Stopping at the next step (encoding finishes its frame list first); press "
-                     "Ctrl-C again to quit at once.");
+        printer.note("Stopping after the frame in hand; press Ctrl-C again to quit at once.");
     });
 
     std::vector<std::string> imageTexts;
@@ -315,31 +314,19 @@ int runExport(const CommandContext& context) {
         }
     }
 
-    std::shared_ptr<upscale::ImageUpscalingTool> upscaler;
-    if (options.upscaleEnabled) {
-        try {
-            upscaler = std::make_shared<upscale::OnnxUpscaleTool>();
-        } catch (const upscale::UpscaleError& error) {
-            context.err << "lumivesper-cli export: " << error.description() << "\n";
-            return exitFailure;
-        }
-    }
-    const auto config = exporting::makePreprocessConfig(options, upscaler);
-
     const exporting::ProgressCallback progress = [&](int current, int total,
                                                      const std::string& message) {
         printer.report(current, total, message);
     };
-    // The temporary frame folder is the command's to remove, whichever way the export ends; the
-    // generator removes it itself after a successful encode.
-    auto removeTemporaryFrames = [&] {
-        if (config && !config->keepPreprocessedFrames) {
-            std::error_code ignored;
-            std::filesystem::remove_all(config->outputDirectory, ignored);
-        }
-    };
+    // Making the upscaler and the configuration can fail too (no model, an unusable temporary
+    // folder): every failure ends in one message and exit code.
+    std::optional<exporting::HeicPreprocessConfig> config;
     std::string failure;
     try {
+        std::shared_ptr<upscale::ImageUpscalingTool> upscaler;
+        if (options.upscaleEnabled)
+            upscaler = std::make_shared<upscale::OnnxUpscaleTool>();
+        config = exporting::makePreprocessConfig(options, upscaler);
         exporting::HeicGenerator().generate(state.images(), *output, mode, config, progress,
                                             interrupt.token());
     } catch (const exporting::HeicGeneratorError& error) {
@@ -354,7 +341,8 @@ int runExport(const CommandContext& context) {
         failure = error.what();
     }
     printer.finish();
-    removeTemporaryFrames();
+    // The generator removes the frame folder itself only after a successful encode.
+    exporting::removeTemporaryFrames(config);
     if (!failure.empty()) {
         context.err << "lumivesper-cli export: " << failure << "\n";
         return exitFailure;

@@ -6,6 +6,7 @@
 #include <charconv>
 #include <cmath>
 #include <ctime>
+#include <system_error>
 
 namespace lumivesper::exporting {
 
@@ -131,6 +132,13 @@ makePreprocessConfig(const HeicExportOptions& options,
     if (!config.targetSize && !config.enableDither && !config.upscaler)
         return std::nullopt;
     return config;
+}
+
+void removeTemporaryFrames(const std::optional<HeicPreprocessConfig>& config) {
+    if (!config || config->keepPreprocessedFrames || config->outputDirectory.empty())
+        return;
+    std::error_code ignored;
+    std::filesystem::remove_all(config->outputDirectory, ignored);
 }
 
 } // namespace lumivesper::exporting

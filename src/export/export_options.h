@@ -51,4 +51,9 @@ makePreprocessConfig(const HeicExportOptions& options,
                      std::shared_ptr<upscale::ImageUpscalingTool> upscaler,
                      std::chrono::system_clock::time_point now = std::chrono::system_clock::now());
 
+// Removes the frame folder of `config` unless its frames are to be kept. The generator removes it
+// after a successful encode; whoever made the configuration runs this whichever way the export
+// ended, since a failed or cancelled run leaves its frames (gigabytes at 8K) behind.
+void removeTemporaryFrames(const std::optional<HeicPreprocessConfig>& config);
+
 } // namespace lumivesper::exporting

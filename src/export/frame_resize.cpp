@@ -21,10 +21,21 @@ platform::PixelImage fillAndCrop(const platform::PixelImage& image, int width, i
     const cv::Mat source(image.height, image.width, CV_8UC4,
                          const_cast<std::uint8_t*>(image.rgba.data()));
     cv::Mat scaled;
-    if (scaledWidth == image.width && scaledHeight == image.height)
+    platform::PixelImage shrunk;
+    if (scaledWidth == image.width && scaledHeight == image.height) {
         scaled = source;
-    else
+    } else if (scale < 1.0) {
+        // OpenCV's Lanczos keeps its kernel at 8 taps whatever the factor, so a shrink by more
+        // than a little aliases; shrinking takes the widened kernel instead.
+        try {
+            shrunk = platform::shrinkLanczos(image, scaledWidth, scaledHeight);
+        } catch (const platform::ImageIoError&) {
+            throw HeicGeneratorError::processingFailed("Failed to render resized image.");
+        }
+        scaled = cv::Mat(shrunk.height, shrunk.width, CV_8UC4, shrunk.rgba.data());
+    } else {
         cv::resize(source, scaled, cv::Size(scaledWidth, scaledHeight), 0, 0, cv::INTER_LANCZOS4);
+    }
 
     platform::PixelImage result(width, height);
     const cv::Rect centre((scaledWidth - width) / 2, (scaledHeight - height) / 2, width, height);

@@ -3,13 +3,17 @@
 #include "export/heic_generator_error.h"
 #include "export/heic_writer.h"
 #include "export/wallpaper_metadata.h"
+#include "platform/cancellation.h"
 #include "platform/console.h"
 #include "platform/image_io.h"
+#include "platform/uuid.h"
 
 #include <algorithm>
 #include <cctype>
+#include <fcntl.h>
 #include <string>
 #include <system_error>
+#include <unistd.h>
 
 namespace lumivesper::exporting {
 
@@ -58,6 +62,31 @@ platform::PixelImage loadFrame(const std::filesystem::path& path) {
     }
 }
 
+// Refuses a destination that cannot be written before the minutes of preparing and encoding: its
+// folder must exist and take a new file (tried, not guessed from permission bits, which say
+// nothing of read-only mounts or of what root may do).
+void requireWritableDestination(const std::filesystem::path& output) {
+    std::error_code error;
+    const auto folder =
+        output.parent_path().empty() ? std::filesystem::path(".") : output.parent_path();
+    if (!std::filesystem::is_directory(folder, error)) {
+        consoleLine("ERROR: Output folder does not exist: " + folder.string());
+        throw HeicGeneratorError::heicCreationFailed();
+    }
+    if (std::filesystem::is_directory(output, error)) {
+        consoleLine("ERROR: Output is a folder: " + output.string());
+        throw HeicGeneratorError::heicCreationFailed();
+    }
+    const auto probe = folder / (".lumivesper-write-test-" + platform::Uuid::generate().toString());
+    const int descriptor = ::open(probe.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0600);
+    if (descriptor < 0) {
+        consoleLine("ERROR: Output folder is not writable: " + folder.string());
+        throw HeicGeneratorError::heicCreationFailed();
+    }
+    ::close(descriptor);
+    std::filesystem::remove(probe, error);
+}
+
 bool countsAsLight(const WallpaperImage& image) {
     return image.isLight.value_or(true);
 }
@@ -88,6 +117,8 @@ void HeicGenerator::generate(const std::vector<WallpaperImage>& images,
             throw HeicGeneratorError::imageLoadFailed(image.sourcePath->string());
         }
     }
+
+    requireWritableDestination(outputURL);
 
     consoleLine("Generating " + std::string(document::rawValue(mode)) + " wallpaper with " +
                 std::to_string(count) + " images to " + outputURL.string());
@@ -126,6 +157,8 @@ void HeicGenerator::generateTimeBased(const std::vector<WallpaperImage>& images,
     const int base = preprocessConfig ? static_cast<int>(images.size()) : 0;
     const int frameCount = static_cast<int>(frames.size());
     for (int n = 0; n < frameCount; ++n) {
+        // A cancelled export writes nothing, so each frame (minutes at 8K) is a place to stop.
+        platform::throwIfCancelled(stop);
         {
             // One decoded frame at a time: it is released before the next is read.
             const auto pixels = loadFrame(frames[n].url);
@@ -134,7 +167,7 @@ void HeicGenerator::generateTimeBased(const std::vector<WallpaperImage>& images,
         report(progress, base + n + 1, total,
                "Encoded image " + std::to_string(n + 1) + "/" + std::to_string(frameCount));
     }
-    writer.finalize();
+    writer.finalize(stop);
     report(progress, total, total,
            "Solar wallpaper created with " + std::to_string(frameCount) + " images");
 }
@@ -210,11 +243,13 @@ void HeicGenerator::generateAppearanceBased(
         // Our writer encodes while adding, where the platform's did so when finalizing; either
         // way a failure here means the file could not be finished.
         consoleLine("DEBUG: Adding light image with metadata");
+        platform::throwIfCancelled(stop);
         writer->addImage(light, xmp);
         consoleLine("DEBUG: Adding dark image");
+        platform::throwIfCancelled(stop);
         writer->addImage(dark);
         consoleLine("DEBUG: Finalizing HEIC file");
-        writer->finalize();
+        writer->finalize(stop);
     } catch (const HeicGeneratorError&) {
         consoleLine("ERROR: Failed to finalize HEIC");
         throw;

@@ -42,7 +42,9 @@ regenerateTweens(const std::vector<document::WallpaperImage>& tweens,
 // per export and call generate() on a worker thread; it blocks until the file is complete.
 // Failures are HeicGeneratorError (or the preprocessor's, upscaler's and tween generator's own
 // errors, passed through); a stop of `stop` surfaces as CancellationError where preprocessing and
-// tween blending check for it. The encoding loop itself runs to its end.
+// tween blending check for it, between encoded frames and before the file is written: a cancelled
+// export leaves the destination as it was. A destination that cannot be written is refused
+// (heicCreationFailed) before any work.
 class HeicGenerator {
 public:
     void generate(const std::vector<document::WallpaperImage>& images,

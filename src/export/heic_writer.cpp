@@ -1,6 +1,7 @@
 #include "export/heic_writer.h"
 
 #include "export/heic_generator_error.h"
+#include "platform/cancellation.h"
 #include "platform/uuid.h"
 
 #include <cstring>
@@ -109,7 +110,8 @@ void HeicWriter::addImage(const platform::PixelImage& image, const std::string& 
     ++count_;
 }
 
-void HeicWriter::finalize() {
+void HeicWriter::finalize(std::stop_token stop) {
+    platform::throwIfCancelled(stop);
     if (count_ == 0)
         throw HeicGeneratorError::fileWriteFailed();
     auto partial = output_;

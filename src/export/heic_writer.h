@@ -4,6 +4,7 @@
 
 #include <filesystem>
 #include <memory>
+#include <stop_token>
 #include <string>
 
 struct heif_context;
@@ -28,8 +29,9 @@ public:
     void addImage(const platform::PixelImage& image, const std::string& xmp = {});
 
     // Writes the file (through a temporary name, so a failure never leaves a half-written file at
-    // the destination); fileWriteFailed on any failure.
-    void finalize();
+    // the destination); fileWriteFailed on any failure. A stop of `stop` before the write is
+    // CancellationError, and the destination is left as it was.
+    void finalize(std::stop_token stop = {});
 
     int imageCount() const { return count_; }
 

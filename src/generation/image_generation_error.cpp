@@ -1,5 +1,7 @@
 #include "generation/image_generation_error.h"
 
+#include "platform/redaction.h"
+
 #include <utility>
 
 namespace lumivesper::generation {
@@ -9,6 +11,8 @@ ImageGenerationError::ImageGenerationError(Case kind, std::string message,
     : std::runtime_error(description), kind_(kind), message_(std::move(message)) {}
 
 ImageGenerationError ImageGenerationError::requestFailed(std::string message) {
+    // Error pages echo the request's URL, and Gemini's carries the key.
+    message = platform::redactedSecrets(message);
     const std::string description = message;
     return {Case::requestFailed, std::move(message), description};
 }

@@ -2,6 +2,7 @@
 
 #include "generation/request_text.h"
 #include "platform/console.h"
+#include "platform/redaction.h"
 
 #include <cstdlib>
 
@@ -18,9 +19,14 @@ std::string head(std::string_view kind, std::string_view tag) {
     return text;
 }
 
+// Every network line goes out here, with keys of URLs and answers hidden.
+void logLine(std::string_view kind, std::string_view tag, const std::string& text) {
+    platform::consoleLine(head(kind, tag) + platform::redactedSecrets(text));
+}
+
 void logBody(std::string_view tag, std::string_view body) {
     if (auto readable = readableForm(body); readable && !readable->empty())
-        platform::consoleLine(head("Network", tag) + "Body: " + *readable);
+        logLine("Network", tag, "Body: " + *readable);
 }
 
 } // namespace
@@ -43,8 +49,8 @@ void logPrompt(std::string_view tag, const std::optional<std::string>& systemPro
     if (!networkLogsEnabled())
         return;
     if (systemPrompt && !systemPrompt->empty())
-        platform::consoleLine(head("Prompt", tag) + "System: " + *systemPrompt);
-    platform::consoleLine(head("Prompt", tag) + "User: " + std::string(userPrompt));
+        logLine("Prompt", tag, "System: " + *systemPrompt);
+    logLine("Prompt", tag, "User: " + std::string(userPrompt));
 }
 
 void logRequest(std::string_view tag, const platform::HttpRequest& request) {
@@ -52,7 +58,7 @@ void logRequest(std::string_view tag, const platform::HttpRequest& request) {
         return;
     const std::string method = request.method.empty() ? "GET" : request.method;
     const std::string url = request.url.empty() ? "<nil>" : request.url;
-    platform::consoleLine(head("Network", tag) + method + " " + url);
+    logLine("Network", tag, method + " " + url);
     logBody(tag, request.body);
 }
 
@@ -60,7 +66,7 @@ void logResponse(std::string_view tag, const platform::HttpResponse* response) {
     if (!networkLogsEnabled())
         return;
     const std::string status = response ? std::to_string(response->status) : "<nil>";
-    platform::consoleLine(head("Network", tag) + "Status: " + status);
+    logLine("Network", tag, "Status: " + status);
     if (response)
         logBody(tag, response->body);
 }

@@ -90,7 +90,7 @@ GeneratedImage OpenAIImageEditService::handleResponse(const platform::HttpRespon
     if (!decoded)
         throw ImageGenerationError::invalidResponse();
     return firstImageOf(decoded->data, [&](const std::string& url) {
-        return fetchImage(session, url, "OpenAI-ImageFetch", stop);
+        return fetchImage(session, url, "OpenAI", "OpenAI-ImageFetch", stop);
     });
 }
 

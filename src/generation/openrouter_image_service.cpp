@@ -139,7 +139,7 @@ GeneratedImage OpenRouterImageService::imageFromText(const std::string& text,
                                                      std::stop_token stop) const {
     if (auto contents = parseDataURL(text))
         return {std::move(contents->bytes), contents->mimeType};
-    return fetchImage(session, text, "OpenRouter-ImageFetch", std::move(stop));
+    return fetchImage(session, text, "OpenRouter", "OpenRouter-ImageFetch", std::move(stop));
 }
 
 } // namespace lumivesper::generation

@@ -1,8 +1,11 @@
 #include "generation/openrouter_proxy_client.h"
 
+#include "generation/provider_support.h"
 #include "generation/proxy_error.h"
 #include "generation/request_text.h"
 #include "platform/console.h"
+#include "platform/image_io.h"
+#include "platform/redaction.h"
 
 namespace lumivesper::generation {
 
@@ -146,7 +149,8 @@ Bytes OpenRouterProxyClient::perform(const platform::HttpRequest& request,
         throw ProxyError::unauthorized();
     if (response.status != 200) {
         const std::string text = utf8Text(response.body).value_or("No error details");
-        platform::consoleLine("❌ Proxy error (" + std::to_string(response.status) + "): " + text);
+        platform::consoleLine("❌ Proxy error (" + std::to_string(response.status) +
+                              "): " + platform::redactedSecrets(text));
         throw ProxyError::serverError(response.status, text);
     }
     const auto root = OrderedJson::parse(response.body, nullptr, false);
@@ -176,7 +180,8 @@ std::optional<Bytes> OpenRouterProxyClient::extractImage(const OrderedJson& root
 
     if (const auto* urlValue = stringAt(objectAt(firstImage, "image_url"), "url")) {
         const auto& url = urlValue->get_ref<const std::string&>();
-        platform::consoleLine("📝 Found image_url.url: " + prefix(url, 100) + "...");
+        platform::consoleLine(
+            "📝 Found image_url.url: " + platform::redactedSecrets(prefix(url, 100)) + "...");
         if (url.starts_with("data:image/")) {
             const auto comma = url.find(',');
             const bool twoPieces =
@@ -190,7 +195,8 @@ std::optional<Bytes> OpenRouterProxyClient::extractImage(const OrderedJson& root
             }
         }
         if (url.starts_with("http") && isParsableURL(url)) {
-            platform::consoleLine("🌐 Downloading image from URL: " + url);
+            platform::consoleLine("🌐 Downloading image from URL: " +
+                                  platform::redactedSecrets(url));
             return download(url, stop);
         }
     }
@@ -206,7 +212,8 @@ std::optional<Bytes> OpenRouterProxyClient::extractImage(const OrderedJson& root
         const auto& content = contentValue->get_ref<const std::string&>();
         platform::consoleLine("📝 Message content: " + prefix(content, 200) + "...");
         if (isParsableURL(content) && content.starts_with("http")) {
-            platform::consoleLine("🌐 Downloading image from URL: " + content);
+            platform::consoleLine("🌐 Downloading image from URL: " +
+                                  platform::redactedSecrets(content));
             return download(content, stop);
         }
     }
@@ -214,7 +221,8 @@ std::optional<Bytes> OpenRouterProxyClient::extractImage(const OrderedJson& root
     if (const auto* urlValue = stringAt(firstObject(&root, "data"), "url")) {
         const auto& url = urlValue->get_ref<const std::string&>();
         if (isParsableURL(url)) {
-            platform::consoleLine("🌐 Downloading image from data[].url: " + url);
+            platform::consoleLine("🌐 Downloading image from data[].url: " +
+                                  platform::redactedSecrets(url));
             return download(url, stop);
         }
     }
@@ -226,8 +234,19 @@ Bytes OpenRouterProxyClient::download(const std::string& url, std::stop_token st
     request.method = "GET";
     request.url = url;
     request.timeout = session_.timeout(std::chrono::seconds(60));
-    // Whatever comes back is the image; a caller that cannot decode it says so.
-    return toBytes(session_.http.send(request, std::move(stop)).body);
+    const auto response = session_.http.send(request, std::move(stop));
+    // An error page saved as a frame would pass for a generated image.
+    if (!isSuccessStatus(response.status)) {
+        const std::string text = utf8Text(response.body).value_or("No error details");
+        platform::consoleLine("❌ Image download failed (" + std::to_string(response.status) +
+                              "): " + platform::redactedSecrets(text));
+        throw ProxyError::serverError(response.status, text);
+    }
+    if (!platform::decodesAsImage(response.body)) {
+        platform::consoleLine("❌ Downloaded bytes are not an image");
+        throw ProxyError::invalidImageResponse();
+    }
+    return toBytes(response.body);
 }
 
 } // namespace lumivesper::generation

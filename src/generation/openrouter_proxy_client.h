@@ -17,7 +17,8 @@ namespace lumivesper::generation {
 // threads at once; they share one token manager.
 class OpenRouterProxyClient {
 public:
-    // Time allowed for one proxied request: image models are slow and bodies run to megabytes.
+    // How long a proxied request may go without a byte moving: the image model's run comes before
+    // any answer. Uploads of several megabytes on a slow line may take longer, as long as they move.
     static constexpr std::chrono::seconds requestTimeout{180};
 
     OpenRouterProxyClient(std::string serverURL, settings::Defaults& defaults,

@@ -3,6 +3,7 @@
 #include "generation/image_generation_error.h"
 #include "generation/network_log.h"
 #include "generation/request_text.h"
+#include "platform/image_io.h"
 
 namespace lumivesper::generation {
 
@@ -22,7 +23,7 @@ platform::HttpResponse sendLogged(const NetworkSession& session,
 }
 
 GeneratedImage fetchImage(const NetworkSession& session, const std::string& url,
-                          std::string_view tag, std::stop_token stop) {
+                          std::string_view provider, std::string_view tag, std::stop_token stop) {
     if (!isParsableURL(url))
         throw ImageGenerationError::decodeFailed();
     platform::HttpRequest request;
@@ -30,6 +31,11 @@ GeneratedImage fetchImage(const NetworkSession& session, const std::string& url,
     request.url = url;
     request.timeout = session.timeout(providerRequestTimeout);
     auto response = sendLogged(session, request, tag, std::move(stop));
+    // An error page is not an image, whatever its size.
+    if (!isSuccessStatus(response.status))
+        throw ImageGenerationError::requestFailed(providerErrorText(provider, response));
+    if (!platform::decodesAsImage(response.body))
+        throw ImageGenerationError::decodeFailed();
     return {toBytes(response.body), response.header("Content-Type")};
 }
 

@@ -15,7 +15,7 @@
 
 namespace lumivesper::generation {
 
-// Per-request time-out of the direct provider clients.
+// Per-request idle time-out of the direct provider clients.
 inline constexpr std::chrono::seconds providerRequestTimeout{60};
 
 inline bool isSuccessStatus(long status) {
@@ -25,10 +25,11 @@ inline bool isSuccessStatus(long status) {
 // "<Provider> error <status>: <body>", the text of requestFailed.
 std::string providerErrorText(std::string_view provider, const platform::HttpResponse& response);
 
-// GET of an image URL a provider answered with, logged under `tag`. The status is not checked:
-// whatever came back is the image. A text that is not a URL is decodeFailed.
+// GET of an image URL that `provider` answered with, logged under `tag`. An answer other than 2xx
+// is requestFailed with the provider's error text; a text that is not a URL, or bytes that do not
+// decode as an image, are decodeFailed.
 GeneratedImage fetchImage(const NetworkSession& session, const std::string& url,
-                          std::string_view tag, std::stop_token stop);
+                          std::string_view provider, std::string_view tag, std::stop_token stop);
 
 // The first image of an images-endpoint answer ({"data": [{"b64_json" or "url", "content_type"}]}),
 // which OpenAI and OpenRouter share: inline bytes when they decode, else what `fromURL` makes of

@@ -1,5 +1,7 @@
 #include "generation/proxy_error.h"
 
+#include "platform/redaction.h"
+
 #include <utility>
 
 namespace lumivesper::generation {
@@ -8,7 +10,9 @@ ProxyError::ProxyError(Case kind, long status, std::string body, const std::stri
     : std::runtime_error(description), kind_(kind), status_(status), body_(std::move(body)) {}
 
 ProxyError ProxyError::serverError(long status, std::string body) {
-    const std::string description = "Server error " + std::to_string(status) + ": " + body;
+    // The body stays whole for callers; what a user reads hides any key a server echoed.
+    const std::string description =
+        "Server error " + std::to_string(status) + ": " + platform::redactedSecrets(body);
     return {Case::serverError, status, std::move(body), description};
 }
 ProxyError ProxyError::invalidURL() {

@@ -1,10 +1,13 @@
 #include "platform/http_client.h"
 
 #include "platform/cancellation.h"
+#include "platform/redaction.h"
 
 #include <algorithm>
 #include <cctype>
+#include <cmath>
 #include <curl/curl.h>
+#include <exception>
 #include <fstream>
 #include <memory>
 #include <mutex>
@@ -42,26 +45,40 @@ struct Transfer {
     const DownloadProgress* progress = nullptr;
     std::stop_token stop;
     std::int64_t lastReported = -1;
+    // What a callback threw: no exception may unwind through curl's C frames, so it is kept here,
+    // the transfer aborted, and the exception rethrown once curl has returned.
+    std::exception_ptr failure;
 };
+
+// Runs a callback's body; an exception is kept for the caller and `abort` returned to curl.
+template <typename Result, typename Body>
+Result guarded(Transfer& transfer, Result abort, Body&& body) noexcept {
+    try {
+        return body();
+    } catch (...) {
+        transfer.failure = std::current_exception();
+        return abort;
+    }
+}
 
 size_t onBody(char* data, size_t size, size_t count, void* context) {
     auto& transfer = *static_cast<Transfer*>(context);
     const size_t bytes = size * count;
-    if (transfer.file) {
-        transfer.file->write(data, static_cast<std::streamsize>(bytes));
-        if (!*transfer.file) {
-            transfer.fileFailed = true;
-            return 0; // makes curl stop with CURLE_WRITE_ERROR
+    // Returning fewer bytes than given makes curl stop with CURLE_WRITE_ERROR.
+    return guarded(transfer, size_t{0}, [&]() -> size_t {
+        if (!transfer.file) {
+            transfer.response.body.append(data, bytes);
+            return bytes;
         }
-    } else {
-        transfer.response.body.append(data, bytes);
-    }
-    return bytes;
+        transfer.file->write(data, static_cast<std::streamsize>(bytes));
+        if (*transfer.file)
+            return bytes;
+        transfer.fileFailed = true;
+        return 0;
+    });
 }
 
-size_t onHeader(char* data, size_t size, size_t count, void* context) {
-    auto& transfer = *static_cast<Transfer*>(context);
-    const size_t bytes = size * count;
+size_t readHeaderLine(Transfer& transfer, char* data, size_t bytes) {
     std::string_view line(data, bytes);
     if (line.starts_with("HTTP/")) {
         transfer.response.headers.clear(); // a redirect or "100 Continue" starts a new header block
@@ -82,20 +99,35 @@ size_t onHeader(char* data, size_t size, size_t count, void* context) {
     return bytes;
 }
 
+size_t onHeader(char* data, size_t size, size_t count, void* context) {
+    auto& transfer = *static_cast<Transfer*>(context);
+    return guarded(transfer, size_t{0},
+                   [&] { return readHeaderLine(transfer, data, size * count); });
+}
+
 int onProgress(void* context, curl_off_t downloadTotal, curl_off_t downloaded, curl_off_t,
                curl_off_t) {
     auto& transfer = *static_cast<Transfer*>(context);
-    if (transfer.stop.stop_requested())
-        return 1; // aborts with CURLE_ABORTED_BY_CALLBACK
-    if (transfer.progress && *transfer.progress && downloaded != transfer.lastReported &&
-        downloaded > 0) {
-        transfer.lastReported = downloaded;
-        std::optional<std::int64_t> total;
-        if (downloadTotal > 0)
-            total = downloadTotal;
-        (*transfer.progress)(downloaded, total);
-    }
-    return 0;
+    // Any non-zero answer aborts with CURLE_ABORTED_BY_CALLBACK.
+    return guarded(transfer, 1, [&] {
+        if (transfer.stop.stop_requested())
+            return 1;
+        if (transfer.progress && *transfer.progress && downloaded != transfer.lastReported &&
+            downloaded > 0) {
+            transfer.lastReported = downloaded;
+            std::optional<std::int64_t> total;
+            if (downloadTotal > 0)
+                total = downloadTotal;
+            (*transfer.progress)(downloaded, total);
+        }
+        return 0;
+    });
+}
+
+// The idle rule in curl's terms: below one byte a second for this many whole seconds.
+long idleSeconds(std::chrono::milliseconds timeout) {
+    return std::max(1L,
+                    static_cast<long>(std::ceil(static_cast<double>(timeout.count()) / 1000.0)));
 }
 
 HttpResponse perform(const HttpRequest& request, Transfer& transfer) {
@@ -120,7 +152,11 @@ HttpResponse perform(const HttpRequest& request, Transfer& transfer) {
     curl_easy_setopt(curl, CURLOPT_FOLLOWLOCATION, 1L);
     curl_easy_setopt(curl, CURLOPT_MAXREDIRS, 10L);
     curl_easy_setopt(curl, CURLOPT_ACCEPT_ENCODING, ""); // whatever curl can decode
-    curl_easy_setopt(curl, CURLOPT_TIMEOUT_MS, static_cast<long>(request.timeout.count()));
+    curl_easy_setopt(curl, CURLOPT_CONNECTTIMEOUT_MS, static_cast<long>(request.timeout.count()));
+    curl_easy_setopt(curl, CURLOPT_LOW_SPEED_LIMIT, 1L);
+    curl_easy_setopt(curl, CURLOPT_LOW_SPEED_TIME, idleSeconds(request.timeout));
+    curl_easy_setopt(curl, CURLOPT_TIMEOUT_MS,
+                     static_cast<long>(std::max(request.overallTimeout, request.timeout).count()));
     curl_easy_setopt(curl, CURLOPT_HTTPHEADER, headers.get());
     curl_easy_setopt(curl, CURLOPT_WRITEFUNCTION, onBody);
     curl_easy_setopt(curl, CURLOPT_WRITEDATA, &transfer);
@@ -145,6 +181,8 @@ HttpResponse perform(const HttpRequest& request, Transfer& transfer) {
     }
 
     const CURLcode result = curl_easy_perform(curl);
+    if (transfer.failure)
+        std::rethrow_exception(transfer.failure);
     if (result == CURLE_ABORTED_BY_CALLBACK || transfer.stop.stop_requested())
         throw CancellationError();
     if (transfer.fileFailed)
@@ -171,6 +209,9 @@ HttpResponse perform(const HttpRequest& request, Transfer& transfer) {
 }
 
 } // namespace
+
+HttpError::HttpError(Kind kind, const std::string& message)
+    : std::runtime_error(redactedSecrets(message)), kind_(kind) {}
 
 std::optional<std::string> HttpResponse::header(std::string_view name) const {
     for (const auto& [key, value] : headers)

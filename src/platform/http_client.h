@@ -20,8 +20,13 @@ struct HttpRequest {
     std::string url;
     HttpHeaders headers;
     std::string body;
-    // The whole exchange, connection included, must finish within this time.
+    // The idle time-out: connecting, and any stretch in which no byte moves either way, must end
+    // within it (whole seconds, rounded up, once connected). A slow line that keeps moving may
+    // take longer, up to `overallTimeout`.
     std::chrono::milliseconds timeout = std::chrono::seconds(60);
+    // The cap on the whole exchange, far above the idle time-out: a server that trickles bytes
+    // forever still ends.
+    std::chrono::milliseconds overallTimeout = std::chrono::minutes(30);
 };
 
 struct HttpResponse {
@@ -33,11 +38,12 @@ struct HttpResponse {
     std::optional<std::string> header(std::string_view name) const;
 };
 
-// A transfer that did not produce a response. Cancellation is CancellationError instead.
+// A transfer that did not produce a response. Cancellation is CancellationError instead. The
+// message never shows a credential that the URL carried.
 class HttpError : public std::runtime_error {
 public:
     enum class Kind { timedOut, cannotConnect, invalidUrl, transferFailed, fileWriteFailed };
-    HttpError(Kind kind, const std::string& message) : std::runtime_error(message), kind_(kind) {}
+    HttpError(Kind kind, const std::string& message);
     Kind kind() const { return kind_; }
 
 private:
@@ -50,7 +56,8 @@ using DownloadProgress =
 
 // One call is one request on its own connection; the client holds no state, so one instance may be
 // used from many threads at once. Redirects are followed. Any HTTP status is a response, not an
-// error: callers decide what a 404 means.
+// error: callers decide what a 404 means. An exception thrown by a progress callback ends the
+// transfer and reaches the caller.
 class HttpClient {
 public:
     HttpResponse send(const HttpRequest& request, std::stop_token stop = {}) const;

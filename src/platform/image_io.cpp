@@ -126,6 +126,49 @@ ImageSize readImageSize(const std::filesystem::path& path) {
     return size;
 }
 
+PixelImage shrinkLanczos(const PixelImage& image, int width, int height) {
+    startVips();
+    const std::string what = "Cannot resize an image";
+    if (image.empty() || width <= 0 || height <= 0 || width > image.width || height > image.height)
+        throw ImageIoError(what + ": invalid size");
+    VipsImage* wrapped = vips_image_new_from_memory(
+        image.rgba.data(), image.rgba.size(), image.width, image.height, 4, VIPS_FORMAT_UCHAR);
+    if (!wrapped)
+        failWithVipsError(what);
+    VipsImagePtr source(wrapped);
+    source->Type = VIPS_INTERPRETATION_sRGB;
+    VipsImage* out = nullptr;
+    // One Lanczos pass over the whole reduction: no "gap", which would box-filter first and let
+    // aliases through.
+    auto reduced =
+        checked(vips_reduce(source.get(), &out, double(image.width) / width,
+                            double(image.height) / height, "kernel", VIPS_KERNEL_LANCZOS3, nullptr),
+                out, what);
+    if (vips_image_get_width(reduced.get()) != width ||
+        vips_image_get_height(reduced.get()) != height)
+        throw ImageIoError(what + ": unexpected result size");
+    return toPixelImage(std::move(reduced), what);
+}
+
+bool decodesAsImage(std::string_view bytes) {
+    startVips();
+    if (bytes.empty())
+        return false;
+    VipsImage* opened = vips_image_new_from_buffer(bytes.data(), bytes.size(), "", "fail_on",
+                                                   VIPS_FAIL_ON_TRUNCATED, nullptr);
+    if (!opened) {
+        vips_error_clear();
+        return false;
+    }
+    VipsImagePtr image(opened);
+    double mean = 0;
+    if (vips_avg(image.get(), &mean, nullptr) != 0) {
+        vips_error_clear();
+        return false;
+    }
+    return true;
+}
+
 void writePng(const PixelImage& image, const std::filesystem::path& path) {
     startVips();
     const std::string what = "Cannot write " + path.string();

@@ -6,6 +6,7 @@
 #include <memory>
 #include <stdexcept>
 #include <string>
+#include <string_view>
 
 namespace lumivesper::platform {
 
@@ -30,6 +31,15 @@ PixelImage loadPreview(const std::filesystem::path& path, int maxSide = 1024);
 
 // The upright size of the first page, read from the header without decoding the pixels.
 ImageSize readImageSize(const std::filesystem::path& path);
+
+// `image` brought down to exactly width x height (each no larger than the image's) by Lanczos 3
+// with its kernel widened by the shrink factor: what lies above the new Nyquist frequency is
+// filtered out instead of folding back as moiré and jagged edges. Throws ImageIoError.
+PixelImage shrinkLanczos(const PixelImage& image, int width, int height);
+
+// Whether `bytes` are an image that decodes whole (every pixel read, so a truncated body fails
+// too): what a downloaded "image" must pass before it is kept.
+bool decodesAsImage(std::string_view bytes);
 
 // Writes a PNG quickly (compression 1, the "up" filter): for frames that live for seconds.
 void writePng(const PixelImage& image, const std::filesystem::path& path);

@@ -70,8 +70,10 @@ ExportDriver::ExportDriver(document::AppState& appState, AppUIState& uiState,
       makeUpscaler_(std::move(makeUpscaler)), generator_(std::move(generator)) {}
 
 ExportDriver::~ExportDriver() {
-    if (current_)
-        current_->stop.request_stop();
+    // Every export still running stops at its next check (at most the frame being encoded), so
+    // a quit waits for seconds, not for the rest of the export.
+    for (auto& worker : workers_)
+        worker.task->stop.request_stop();
     workers_.clear(); // joins
 }
 
@@ -170,33 +172,34 @@ void ExportDriver::run(std::shared_ptr<Task> task, std::vector<document::Wallpap
     }
 
     std::optional<exporting::HeicPreprocessConfig> config;
+    std::string message;
     try {
         platform::throwIfCancelled(stop);
         if (settings.makeConfig)
             config = settings.makeConfig(upscaler);
-        auto progress = [this, task](int current, int total, const std::string& message) {
-            onMainThread(task, [this, current, total, message] {
+        auto progress = [this, task](int current, int total, const std::string& text) {
+            onMainThread(task, [this, current, total, text] {
                 state_.exportProgress =
                     total > 0 ? static_cast<double>(current) / static_cast<double>(total) : 0.0;
-                state_.exportMessage = message;
-                updateFrameStatuses(state_.exportFrames, message);
+                state_.exportMessage = text;
+                updateFrameStatuses(state_.exportFrames, text);
             });
         };
         generator_(images, destination, mode, config, progress, stop);
+        consoleLine("=== EXPORT SUCCEEDED ===");
+        message = settings.keepPreprocessedFrames && config
+                      ? "Export complete! Preprocessed frames kept for reuse."
+                      : "Export complete!";
     } catch (const platform::CancellationError&) {
         consoleLine("=== EXPORT CANCELLED ===");
-        finish(task, "Export cancelled");
-        return;
+        message = "Export cancelled";
     } catch (const std::exception& error) {
         consoleLine("=== EXPORT FAILED ===");
         consoleLine("Error: " + describe(error));
-        finish(task, exportFailureMessage(error));
-        return;
+        message = exportFailureMessage(error);
     }
-    consoleLine("=== EXPORT SUCCEEDED ===");
-    finish(task, settings.keepPreprocessedFrames && config
-                     ? "Export complete! Preprocessed frames kept for reuse."
-                     : "Export complete!");
+    exporting::removeTemporaryFrames(config);
+    finish(task, std::move(message));
 }
 
 void ExportDriver::cancelExport() {

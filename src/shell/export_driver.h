@@ -71,7 +71,7 @@ public:
     ExportDriver(document::AppState& appState, AppUIState& uiState, platform::Dialogs& dialogs,
                  platform::MainThread& mainThread, UpscalerFactory makeUpscaler,
                  Generator generator);
-    ~ExportDriver(); // requests a stop of any running export and waits for it
+    ~ExportDriver(); // stops any running export and waits for it to reach its next check
     ExportDriver(const ExportDriver&) = delete;
     ExportDriver& operator=(const ExportDriver&) = delete;
 

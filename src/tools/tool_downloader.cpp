@@ -36,7 +36,8 @@ DownloadOutcome ToolDownloader::download(const std::string& url,
     try {
         platform::HttpRequest request;
         request.url = url;
-        request.timeout = transferTimeout;
+        request.timeout = idleTimeout;
+        request.overallTimeout = transferTimeout;
         platform::HttpResponse response = http_.download(
             request, partial,
             [&delegate](std::int64_t received, std::optional<std::int64_t> total) {

@@ -30,7 +30,9 @@ public:
                              const DownloadDelegate::ProgressHandler& progress = {},
                              std::stop_token stop = {});
 
-    // Long enough for a tool archive on a slow line, short enough that a stalled one ends.
+    // A stalled transfer ends after the idle time-out; a slow one that keeps moving may take up to
+    // the transfer time-out, long enough for a tool archive on a slow line.
+    static constexpr std::chrono::seconds idleTimeout{60};
     static constexpr std::chrono::minutes transferTimeout{30};
 
 private:

@@ -211,6 +211,14 @@ TEST_F(ExportInspectCommandTest, AppearanceFromArgumentsOrAPackageWritesLightThe
     EXPECT_THAT(missing.err, HasSubstr("day.png"));
 }
 
+TEST_F(ExportInspectCommandTest, AnUnusableTemporaryFolderIsAFailureNotACrash) {
+    ::setenv("TMPDIR", (folder.path() / "no-such-folder").c_str(), 1); // restored by TearDown
+    const auto result = run(runExport, {png("a.png", 16), "-o", output, "--dither"});
+    EXPECT_EQ(result.exitCode, exitFailure);
+    EXPECT_THAT(result.err, HasSubstr("lumivesper-cli export: "));
+    EXPECT_FALSE(std::filesystem::exists(output));
+}
+
 } // namespace
 } // namespace lumivesper::cli
 

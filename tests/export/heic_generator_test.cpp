@@ -141,6 +141,46 @@ TEST_F(HeicGeneratorTest, FailuresBeforeAnyEncodingLeaveThePreviousFileAlone) {
         EXPECT_THAT(entry.path().filename().string(), ::testing::Not(HasSubstr("partial")));
 }
 
+TEST_F(HeicGeneratorTest, CancellingWhileEncodingLeavesThePreviousFileAlone) {
+    std::ofstream(output) << "previous";
+    const auto images = std::vector{image("a.png", 16, 10, 90), image("b.png", 16, 20, 120),
+                                    image("c.png", 16, 30, 150)};
+    // Between frames, and after the last one before the file is written.
+    for (const std::string stopAt : {"Encoded image 1/3", "Encoded image 3/3"}) {
+        std::stop_source stop;
+        std::vector<std::string> seen;
+        EXPECT_THROW(HeicGenerator().generate(
+                         images, output, WallpaperMode::time, std::nullopt,
+                         [&](int, int, const std::string& message) {
+                             seen.push_back(message);
+                             if (message == stopAt)
+                                 stop.request_stop();
+                         },
+                         stop.get_token()),
+                     platform::CancellationError);
+        EXPECT_EQ(seen.back(), stopAt);
+        EXPECT_EQ(std::filesystem::file_size(output), 8u);
+    }
+    for (const auto& entry : std::filesystem::directory_iterator(folder.path()))
+        EXPECT_THAT(entry.path().filename().string(), ::testing::Not(HasSubstr("partial")));
+}
+
+TEST_F(HeicGeneratorTest, ADestinationThatCannotBeWrittenIsRefusedBeforeAnyWork) {
+    HeicPreprocessConfig config;
+    config.targetSize = FrameSize{32, 16};
+    config.outputDirectory = folder.path() / "frames";
+    const auto source = image("a.png", 16, 10, 90);
+    // /proc takes no new file, not even from root; a missing folder is refused the same way.
+    for (const auto& destination :
+         {std::filesystem::path("/proc/wall.heic"), folder.path() / "missing" / "wall.heic"}) {
+        reports.clear();
+        output = destination;
+        EXPECT_EQ(generate({source}, WallpaperMode::time, config), "Failed to create HEIC file");
+        EXPECT_THAT(reports, ElementsAre("0/2 Starting generation...")) << destination;
+        EXPECT_FALSE(std::filesystem::exists(config.outputDirectory));
+    }
+}
+
 TEST(WallpaperFileTest, ReaderRefusesOtherFilesAndTheWriterKeepsAlpha) {
     lumivesper::testing::TemporaryFolder folder;
     const auto path = [&](const char* name) { return folder.path() / name; };

@@ -186,6 +186,73 @@ TEST(DitherTest, ChangesPixelsByAtMostTwoPercentAndIsNotANoOp) {
     EXPECT_NEAR(sum / (64 * 64 * 3), 255 * 0.01 - 128 * 0.01, 0.5);
 }
 
+// A zone plate: grey 0.5 + 0.5 cos(pi k r^2) around the centre, whose local frequency k r (cycles
+// per pixel) climbs from 0 at the centre to the source's Nyquist 0.5 at radius `size` / 2.
+platform::PixelImage zonePlate(int size) {
+    platform::PixelImage image(size, size);
+    const double k = 0.5 / (size / 2.0);
+    for (int y = 0; y < size; ++y)
+        for (int x = 0; x < size; ++x) {
+            const double dx = x + 0.5 - size / 2.0, dy = y + 0.5 - size / 2.0;
+            const double value = 127.5 + 127.5 * std::cos(M_PI * k * (dx * dx + dy * dy));
+            std::uint8_t* pixel = image.pixel(x, y);
+            pixel[0] = pixel[1] = pixel[2] = static_cast<std::uint8_t>(std::lround(value));
+            pixel[3] = 255;
+        }
+    return image;
+}
+
+// The standard deviation of the output's grey over the pixels whose place in the source has a
+// local frequency between `low` and `high`, as fractions of the output's Nyquist frequency:
+// about 90 where the pattern keeps its full contrast, near 0 where it came out flat.
+double contrastBetween(const platform::PixelImage& output, int sourceSize, double low,
+                       double high) {
+    const double scale = double(sourceSize) / output.width; // source pixels per output pixel
+    const double k = 0.5 / (sourceSize / 2.0);
+    const double nyquist = 0.5 / scale; // in cycles per source pixel
+    double sum = 0, squares = 0;
+    int count = 0;
+    for (int y = 0; y < output.height; ++y)
+        for (int x = 0; x < output.width; ++x) {
+            const double dx = (x + 0.5) * scale - sourceSize / 2.0;
+            const double dy = (y + 0.5) * scale - sourceSize / 2.0;
+            const double frequency = k * std::hypot(dx, dy) / nyquist;
+            if (frequency < low || frequency > high)
+                continue;
+            const double grey = output.pixel(x, y)[1];
+            sum += grey;
+            squares += grey * grey;
+            ++count;
+        }
+    EXPECT_GT(count, 500) << "band " << low << " to " << high;
+    const double mean = sum / count;
+    return std::sqrt(std::max(0.0, squares / count - mean * mean));
+}
+
+TEST(FrameResizeTest, ShrinkingFiltersWhatTheCanvasCannotHoldAndKeepsWhatItCan) {
+    constexpr int size = 1024;
+    const auto plate = zonePlate(size);
+    struct Case {
+        int canvas;
+        double passLow, passHigh; // in this band, as fractions of the output's Nyquist, contrast
+        double stopLow; // from here to (nearly) the source's own Nyquist, flat; 0: nothing to stop
+    };
+    // 481 is the default path's shrink by 2.13; Lanczos 3 rolls off between about 0.6 and 1.5
+    // times the Nyquist frequency, and above that the pattern must be gone (a kernel that is not
+    // widened leaves it at nearly full contrast, as moiré). 2181 is an enlargement by the same
+    // factor, where the whole pattern lies below the output's Nyquist.
+    for (const auto& [canvas, passLow, passHigh, stopLow] :
+         {Case{481, 0.05, 0.4, 1.5}, Case{2181, 0.02, 0.25, 0}}) {
+        const auto output = fillAndCrop(plate, canvas, canvas);
+        ASSERT_EQ(output.width, canvas);
+        EXPECT_GT(contrastBetween(output, size, passLow, passHigh), 80) << canvas;
+        const double sourceNyquist = double(size) / canvas; // in output terms
+        if (stopLow > 0) {
+            EXPECT_LT(contrastBetween(output, size, stopLow, 0.95 * sourceNyquist), 4) << canvas;
+        }
+    }
+}
+
 // Inputs of unusual formats, made with libvips itself: 40x20, the left half one value and the right
 // half another, so that orientation shows.
 class NormalisationTest : public HeicPreprocessorTest {

@@ -1,5 +1,7 @@
 #pragma once
 
+#include "platform/base64.h"
+
 #include <chrono>
 #include <condition_variable>
 #include <cstdlib>
@@ -21,6 +23,14 @@ struct SeenRequest {
 inline void replyJson(httplib::Response& response, const std::string& json, int status = 200) {
     response.status = status;
     response.set_content(json, "application/json");
+}
+
+// A whole 1x1 PNG, for answers that must decode as an image.
+inline std::string tinyPng() {
+    constexpr std::string_view base64 = "iVBORw0KGgoAAAANSUhEUgAAAAEAAAABCAIAAACQd1PeAAAADElEQVR4nG"
+                                        "P438AAAAQBAYDFKhhdAAAAAElFTkSuQmCC";
+    const auto bytes = platform::decodeBase64(base64).value();
+    return {bytes.begin(), bytes.end()};
 }
 
 // A real HTTP server on 127.0.0.1 and an ephemeral port, answering every GET and POST through

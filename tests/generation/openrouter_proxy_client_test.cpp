@@ -26,10 +26,15 @@ protected:
         server.respond([proxy](const SeenRequest& seen, httplib::Response& r) {
             if (seen.path == "/api/token")
                 return replyJson(r, R"({"token":"T1","expiresIn":3600})");
-            if (seen.path != "/files/x.png")
-                return proxy(seen, r);
-            r.status = 404; // a download's status is not looked at
-            r.set_content("DOWNLOADED", "image/png");
+            if (seen.path == "/files/x.png")
+                return r.set_content(testing::tinyPng(), "image/png");
+            if (seen.path == "/files/gone.png") {
+                r.status = 404;
+                return r.set_content("no such file", "text/plain");
+            }
+            if (seen.path == "/files/page.png")
+                return r.set_content("<html>a login page</html>", "text/html");
+            proxy(seen, r);
         });
     }
     OpenRouterProxyClient client(NetworkSession session = {}) {
@@ -79,10 +84,23 @@ TEST_F(ProxyClientTest, EveryAnswerShapeInItsOrder) {
     for (auto [body, result, consoleLine] : shapes) {
         if (const auto at = body.find("{files}"); at != std::string::npos)
             body.replace(at, 7, server.url() + "/files/x.png");
+        if (result == "DOWNLOADED")
+            result = testing::tinyPng();
         answer([&](const SeenRequest&, httplib::Response& r) { replyJson(r, body); });
         const auto [found, console] = run();
         EXPECT_EQ(found, result) << body;
         EXPECT_NE(console.find(consoleLine), std::string::npos) << console;
+    }
+}
+
+TEST_F(ProxyClientTest, ADownloadMustSucceedAndDecodeAsAnImage) {
+    for (const auto& [file, result] :
+         {std::pair{"gone.png", "Server error 404: no such file"},
+          std::pair{"page.png", "Invalid image response from server"}}) {
+        const std::string body =
+            R"({"choices":[{"message":{"content":")" + server.url() + "/files/" + file + R"("}}]})";
+        answer([&](const SeenRequest&, httplib::Response& r) { replyJson(r, body); });
+        EXPECT_EQ(run().first, result);
     }
 }
 

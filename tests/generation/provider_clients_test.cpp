@@ -98,14 +98,10 @@ TEST_F(ProviderClientTest, GeminiKeyInQueryImageAfterTextAndTextPartsSkipped) {
     server.answerWith(R"({"candidates":[{"content":{"parts":[{"text":"Here you go"},
         {"inline_data":{"mime_type":"image/jpeg"}},
         {"inline_data":{"mime_type":"image/png","data":"QUJD"}}]}}]})");
-    ScopedEnvironment logOff("LUMIVESPER_NETWORK_LOGS", std::nullopt);
-    const auto console = testing::capturedStdout([&] {
-        const auto image = client<GeminiImageEditService>("g-key").generateImage(
-            "a lake", "google/gemini-2.5-flash-image", "16:9", referencePng, std::string("calm"),
-            std::nullopt);
-        EXPECT_EQ(toText(image.data) + " " + image.contentType.value_or(""), "ABC image/png");
-    });
-    EXPECT_EQ(console.find("g-key"), std::string::npos) << "the key is printed only when logging";
+    const auto image = client<GeminiImageEditService>("g-key").generateImage(
+        "a lake", "google/gemini-2.5-flash-image", "16:9", referencePng, std::string("calm"),
+        std::nullopt);
+    EXPECT_EQ(toText(image.data) + " " + image.contentType.value_or(""), "ABC image/png");
     const auto seen = server.seen().at(0);
     EXPECT_EQ(seen.path + "?" + seen.query + seen.authorization,
               "/v1beta/models/gemini-2.5-flash-image:generateContent?key=g-key");
@@ -115,12 +111,38 @@ TEST_F(ProviderClientTest, GeminiKeyInQueryImageAfterTextAndTextPartsSkipped) {
                           encodeBase64(referencePng) + R"("}}]}]})"));
 }
 
+TEST_F(ProviderClientTest, TheGeminiKeyReachesNeitherErrorTextsNorLogs) {
+    // As a real error page does, the answer echoes the request's path and query.
+    server.respond([](const SeenRequest& seen, httplib::Response& r) {
+        r.status = 404;
+        r.set_content("<p>The requested URL <code>" + seen.path + "?" + seen.query +
+                          "</code> was not found on this server.</p>",
+                      "text/html");
+    });
+    for (const auto& logs : std::vector<std::optional<std::string>>{std::nullopt, "1"}) {
+        ScopedEnvironment env("LUMIVESPER_NETWORK_LOGS", logs);
+        std::pair<Case, std::string> failure;
+        const auto console = testing::capturedStdout([&] {
+            failure = failureOf([&] {
+                client<GeminiImageEditService>("AIzaSecret-1")
+                    .generateImage("p", "google/m", "", std::nullopt, std::nullopt, std::nullopt);
+            });
+        });
+        EXPECT_EQ(failure.first, Case::requestFailed);
+        EXPECT_EQ(failure.second, "Gemini error 404: <p>The requested URL "
+                                  "<code>/v1beta/models/m:generateContent?key=REDACTED</code> was "
+                                  "not found on this server.</p>");
+        EXPECT_EQ(console.find("AIzaSecret"), std::string::npos) << console;
+        EXPECT_EQ(console.empty(), !logs) << console;
+    }
+}
+
 TEST_F(ProviderClientTest, OpenRouterFallsBackToChatOn405AndSendsAReferenceStraightThere) {
     server.respond([this](const SeenRequest& seen, httplib::Response& r) {
         if (seen.path == "/api/v1/images/generations")
             return replyJson(r, "Method Not Allowed", 405);
         if (seen.path == "/files/out.png")
-            return r.set_content("PNG", "image/png");
+            return r.set_content(testing::tinyPng(), "image/png");
         const bool relight = seen.body.find("image_url") != std::string::npos;
         replyJson(r,
                   R"({"choices":[{"message":{"images":[{"image_url":{"url":")" +
@@ -143,7 +165,8 @@ TEST_F(ProviderClientTest, OpenRouterFallsBackToChatOn405AndSendsAReferenceStrai
     const auto relit = client<OpenRouterImageService>().generateImage(
         "relight", "stability/sd3", "16:9", referencePng, std::string("keep the scene"),
         std::string("1024x576"));
-    EXPECT_EQ(toText(relit.data) + " " + relit.contentType.value_or(""), "PNG image/png");
+    EXPECT_EQ(toText(relit.data) + " " + relit.contentType.value_or(""),
+              testing::tinyPng() + " image/png");
     seen = server.seen();
     ASSERT_EQ(seen.size(), 4u);
     EXPECT_EQ(seen[2].path, "/api/v1/chat/completions");
@@ -154,6 +177,28 @@ TEST_F(ProviderClientTest, OpenRouterFallsBackToChatOn405AndSendsAReferenceStrai
             {"type":"text","text":"relight"}]}],
         "modalities":["image","text"],
         "image_config":{"aspect_ratio":"16:9","image_size":"1024x576"}})"));
+}
+
+TEST_F(ProviderClientTest, AnImageUrlMustAnswer2xxWithAnImage) {
+    server.respond([this](const SeenRequest& seen, httplib::Response& r) {
+        if (seen.path == "/files/gone.png") {
+            r.status = 404;
+            return r.set_content("gone", "text/plain");
+        }
+        if (seen.path == "/files/page.png")
+            return r.set_content("<html>sign in</html>", "text/html");
+        const std::string file = seen.body.find("gone") != std::string::npos ? "gone" : "page";
+        replyJson(r, R"({"data":[{"url":")" + server.url() + "/files/" + file + R"(.png"}]})");
+    });
+    for (const auto& [prompt, expected] :
+         {std::pair{"gone", std::pair(Case::requestFailed, std::string("OpenAI error 404: gone"))},
+          std::pair{"page",
+                    std::pair(Case::decodeFailed, std::string("Failed to decode image data"))}})
+        EXPECT_EQ(failureOf([&] {
+                      client<OpenAIImageEditService>().generateImage(prompt, "m", "", std::nullopt,
+                                                                     std::nullopt, std::nullopt);
+                  }),
+                  expected);
 }
 
 TEST_F(ProviderClientTest, RoutingReadsTheKeysAtEachCall) {

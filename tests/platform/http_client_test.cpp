@@ -55,6 +55,20 @@ protected:
                                                       return sink.write(chunk.data(), chunk.size());
                                                   });
         });
+        // A slow line that keeps moving: a byte every 250 ms, 2.5 s in all. The pause is the
+        // line's speed, not a wait for the test.
+        server.Get("/trickle", [](const httplib::Request&, httplib::Response& response) {
+            // Not a text type: the server would compress text and hold the bytes back.
+            response.set_chunked_content_provider(
+                "application/octet-stream", [](size_t offset, httplib::DataSink& sink) {
+                    if (offset >= 10) {
+                        sink.done();
+                        return true;
+                    }
+                    std::this_thread::sleep_for(std::chrono::milliseconds(250));
+                    return sink.write("z", 1);
+                });
+        });
         port = server.bind_to_any_port("127.0.0.1");
         thread = std::thread([this] { server.listen_after_bind(); });
         // stop() before the accept loop runs would be lost, and the loop would never end.
@@ -112,13 +126,51 @@ TEST_F(HttpClientTest, SendsMethodHeadersAndBodyAndReadsAnyStatus) {
     EXPECT_EQ(missing.body, "no such thing");
 }
 
-TEST_F(HttpClientTest, SlowServerTimesOut) {
-    HttpRequest request{"GET", url("/held"), {}, {}, std::chrono::milliseconds(300)};
+TEST_F(HttpClientTest, TheTimeOutIsForIdleTimeAndTheOverallCapEndsATrickle) {
+    using std::chrono::milliseconds;
+    struct Case {
+        const char* path;
+        milliseconds overall;
+        bool timesOut;
+    };
+    for (const auto& [path, overall, timesOut] :
+         {Case{"/trickle", std::chrono::minutes(1), false}, // moving for longer than the idle 2 s
+          Case{"/held", std::chrono::minutes(1), true},     // nothing moves
+          Case{"/trickle", milliseconds(1000), true}}) {
+        // Curl looks at the speed once a second, so the idle time-out has a second's slack.
+        HttpRequest request{"GET", url(path), {}, {}, milliseconds(2000), overall};
+        try {
+            EXPECT_EQ(client.send(request).body, std::string(10, 'z'));
+            EXPECT_FALSE(timesOut) << path;
+        } catch (const HttpError& error) {
+            EXPECT_TRUE(timesOut) << path << ": " << error.what();
+            EXPECT_EQ(error.kind(), HttpError::Kind::timedOut);
+        }
+    }
+}
+
+TEST_F(HttpClientTest, ACallbackThatThrowsEndsTheTransferAndTheCallerGetsTheException) {
+    struct Refused : std::runtime_error {
+        using std::runtime_error::runtime_error;
+    };
+    const auto file = std::filesystem::temp_directory_path() /
+                      ("lumivesper-throwing-download" + std::to_string(port));
+    EXPECT_THROW(client.download(
+                     {"GET", url("/chunked"), {}, {}}, file,
+                     [](std::int64_t, std::optional<std::int64_t>) { throw Refused("no more"); }),
+                 Refused);
+    std::filesystem::remove(file);
+    EXPECT_EQ(client.send({"GET", url("/hello"), {}, {}}).status, 200); // the client still works
+}
+
+TEST_F(HttpClientTest, ErrorTextsHideTheKeyOfAUrl) {
     try {
-        client.send(request);
-        FAIL() << "expected a time-out";
+        client.send({"GET", "nope://127.0.0.1/v1?key=SECRET123&alt=json", {}, {}});
+        FAIL() << "expected an invalid URL";
     } catch (const HttpError& error) {
-        EXPECT_EQ(error.kind(), HttpError::Kind::timedOut);
+        EXPECT_EQ(error.kind(), HttpError::Kind::invalidUrl);
+        EXPECT_EQ(std::string(error.what()),
+                  "Invalid URL: nope://127.0.0.1/v1?key=REDACTED&alt=json");
     }
 }
 

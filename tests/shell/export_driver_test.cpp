@@ -1,11 +1,14 @@
+#include "export/heic_generator.h"
 #include "export/heic_generator_error.h"
 #include "export/upscale/upscale_error.h"
 #include "platform/cancellation.h"
+#include "platform/image_io.h"
 #include "shell/export_driver.h"
 #include "shell_fixture.h"
 #include "tools/process_runner_error.h"
 
 #include <condition_variable>
+#include <fstream>
 #include <mutex>
 
 namespace lumivesper::shell {
@@ -160,6 +163,78 @@ TEST_F(ExportDriverTest, CancelMidRunEndsWithCancelledAndStopsTheGenerator) {
     } // the driver joins its worker
     std::lock_guard lock(mutex);
     EXPECT_TRUE(sawStop);
+}
+
+TEST_F(ExportDriverTest, ClosingStopsAnExportAfterTheFrameInHandAndWritesNothing) {
+    std::vector<document::WallpaperImage> images;
+    for (const std::string name : {"a.png", "b.png", "c.png"}) {
+        platform::PixelImage pixels(16, 8);
+        std::fill(pixels.rgba.begin(), pixels.rgba.end(), std::uint8_t{255});
+        platform::writePng(pixels, folder.path() / name);
+        images.push_back(image(name));
+        images.back().sourcePath = folder.path() / name;
+    }
+    state.replaceImages(images, "Setup", false);
+    state.setMode(document::WallpaperMode::time);
+    std::filesystem::create_directories(destination.parent_path());
+
+    std::mutex mutex;
+    std::condition_variable changed;
+    std::vector<std::string> messages;
+    {
+        auto driver = makeDriver([&](const auto& frames, const auto& output, auto mode,
+                                     const auto& config, auto&&, std::stop_token stop) {
+            exporting::HeicGenerator().generate(
+                frames, output, mode, config,
+                [&](int, int, const std::string& message) {
+                    std::unique_lock lock(mutex);
+                    messages.push_back(message);
+                    changed.notify_all();
+                    // As if the next frame took minutes: only the driver's going ends the wait.
+                    if (message == "Encoded image 1/3")
+                        std::condition_variable_any().wait_for(lock, stop, std::chrono::seconds(20),
+                                                               [] { return false; });
+                },
+                stop);
+        });
+        driver.exportTo(destination, {false, false, {}});
+        std::unique_lock lock(mutex);
+        ASSERT_TRUE(changed.wait_for(lock, std::chrono::seconds(20), [&] {
+            return !messages.empty() && messages.back() == "Encoded image 1/3";
+        }));
+    } // the driver goes, as when the application quits
+    EXPECT_EQ(messages.back(), "Encoded image 1/3");
+    EXPECT_FALSE(std::filesystem::exists(destination));
+}
+
+TEST_F(ExportDriverTest, AFailedOrCancelledExportRemovesItsFramesUnlessTheyAreKept) {
+    const auto frames = folder.path() / "LumivesperAIPreprocess-1";
+    struct Case {
+        std::exception_ptr ending;
+        bool keep;
+    };
+    for (const auto& [ending, keep] :
+         {Case{std::make_exception_ptr(exporting::HeicGeneratorError::fileWriteFailed()), false},
+          Case{std::make_exception_ptr(platform::CancellationError()), false},
+          Case{std::make_exception_ptr(exporting::HeicGeneratorError::fileWriteFailed()), true}}) {
+        auto makeConfig = [&](std::shared_ptr<upscale::ImageUpscalingTool>) {
+            HeicPreprocessConfig config;
+            config.enableDither = true;
+            config.outputDirectory = frames;
+            config.keepPreprocessedFrames = keep;
+            return std::optional(config);
+        };
+        // As preprocessing does when a later frame fails: the first frame's file is written.
+        auto driver = makeDriver([&](auto&&, auto&&, auto, const auto& config, auto&&, auto) {
+            std::filesystem::create_directories(config->outputDirectory);
+            std::ofstream(config->outputDirectory / "frame_0001.png") << "pixels";
+            std::rethrow_exception(ending);
+        });
+        driver.exportTo(destination, {false, keep, makeConfig});
+        ASSERT_TRUE(runUntilDone(driver));
+        EXPECT_EQ(std::filesystem::exists(frames / "frame_0001.png"), keep)
+            << driver.state().exportMessage;
+    }
 }
 
 TEST_F(ExportDriverTest, KeptFramesChangeTheClosingMessageOnlyWithAConfiguration) {
