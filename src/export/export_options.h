@@ -33,6 +33,8 @@ struct HeicExportOptions {
     bool enableDither = false;
     bool keepPreprocessedFrames = false;
 
+    bool operator==(const HeicExportOptions&) const = default;
+
     // Both custom texts, trimmed, parsed whole as positive finite numbers; else none.
     std::optional<FrameSize> customSize() const;
     // The canvas: none when resizing is off, for "match source", or for an invalid custom size.

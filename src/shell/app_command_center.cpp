@@ -42,7 +42,7 @@ std::vector<ToolbarItem> AppCommandCenter::toolbarItems() const {
         {ToolbarAction::importImages, "Import Images...", "plus", true},
         {ToolbarAction::generateTimeline, "Generate Timeline...", "sparkles", true},
         {ToolbarAction::autoTween, "Auto Tween...", "wand.and.stars", keyImageCount() >= 2},
-        {ToolbarAction::open, "Open", uiState_.isHoveringOpenButton ? "folder.fill" : "folder",
+        {ToolbarAction::open, "Open", uiState_.isHoveringOpenButton() ? "folder.fill" : "folder",
          true},
         {ToolbarAction::save, "Save", "internaldrive", appState_.isDirty()},
         {ToolbarAction::exportWallpaper, "Export", "arrow.up.doc", hasImages},
@@ -57,12 +57,12 @@ void AppCommandCenter::performToolbarAction(ToolbarAction action) {
         importImages();
         return;
     case ToolbarAction::generateTimeline:
-        uiState_.activeSheet = ActiveSheet::magicGenerate;
-        break;
+        uiState_.setActiveSheet(ActiveSheet::magicGenerate);
+        return;
     case ToolbarAction::autoTween:
         if (keyImageCount() > 1)
-            uiState_.shouldTriggerAutoTween = true;
-        break;
+            uiState_.setShouldTriggerAutoTween(true);
+        return;
     case ToolbarAction::open:
         requestOpen();
         return;
@@ -70,15 +70,14 @@ void AppCommandCenter::performToolbarAction(ToolbarAction action) {
         saveProject();
         return;
     case ToolbarAction::exportWallpaper:
-        uiState_.activeSheet = ActiveSheet::exportOptions;
-        break;
+        uiState_.setActiveSheet(ActiveSheet::exportOptions);
+        return;
     case ToolbarAction::viewMode:
         return; // a picker: the view sets viewMode itself
     case ToolbarAction::inspector:
-        uiState_.showsInspector = !uiState_.showsInspector;
-        break;
+        uiState_.setShowsInspector(!uiState_.showsInspector());
+        return;
     }
-    uiState_.notifyChanged();
 }
 
 void AppCommandCenter::importImages() {
@@ -96,8 +95,7 @@ void AppCommandCenter::importImages() {
 
 void AppCommandCenter::resetTo(const std::string& actionName) {
     appState_.resetProject(actionName);
-    uiState_.viewMode = LibraryViewMode::grid;
-    uiState_.notifyChanged();
+    uiState_.setViewMode(LibraryViewMode::grid);
 }
 
 void AppCommandCenter::newProject() {
@@ -193,8 +191,7 @@ void AppCommandCenter::requestCloseProject() {
 void AppCommandCenter::togglePlayback() {
     if (!canPlayTimeline())
         return;
-    uiState_.isTimelinePlaying = !uiState_.isTimelinePlaying;
-    uiState_.notifyChanged();
+    uiState_.setTimelinePlaying(!uiState_.isTimelinePlaying());
 }
 
 } // namespace lumivesper::shell

@@ -34,13 +34,22 @@ public:
     AppUIState(const AppUIState&) = delete;
     AppUIState& operator=(const AppUIState&) = delete;
 
-    LibraryViewMode viewMode = LibraryViewMode::grid;
-    bool showsInspector = true;
-    std::optional<ActiveSheet> activeSheet;
-    bool isHoveringOpenButton = false;
-    exporting::HeicExportOptions exportOptions; // the export sheet's settings
-    bool shouldTriggerAutoTween = false;
-    bool isTimelinePlaying = false;
+    LibraryViewMode viewMode() const { return viewMode_; }
+    bool showsInspector() const { return showsInspector_; }
+    const std::optional<ActiveSheet>& activeSheet() const { return activeSheet_; }
+    bool isHoveringOpenButton() const { return isHoveringOpenButton_; }
+    const exporting::HeicExportOptions& exportOptions() const { return exportOptions_; }
+    bool shouldTriggerAutoTween() const { return shouldTriggerAutoTween_; }
+    bool isTimelinePlaying() const { return isTimelinePlaying_; }
+
+    // Each setter notifies the observers when, and only when, the value changes.
+    void setViewMode(LibraryViewMode mode);
+    void setShowsInspector(bool shows);
+    void setActiveSheet(std::optional<ActiveSheet> sheet);
+    void setHoveringOpenButton(bool hovering);
+    void setExportOptions(exporting::HeicExportOptions options); // the export sheet's settings
+    void setShouldTriggerAutoTween(bool trigger);
+    void setTimelinePlaying(bool playing);
 
     const std::optional<std::filesystem::path>& lastImportDirectory() const { return lastImport_; }
     const std::optional<std::filesystem::path>& lastOpenDirectory() const { return lastOpen_; }
@@ -51,17 +60,23 @@ public:
     void setLastSaveDirectory(std::optional<std::filesystem::path> directory);
     void setLastExportDirectory(std::optional<std::filesystem::path> directory);
 
-    // Views call this after changing a public field, so that observers redraw.
-    void notifyChanged() { changed_.notify(); }
     [[nodiscard]] platform::Subscription observe(std::function<void()> observer) {
         return changed_.subscribe(std::move(observer));
     }
 
 private:
     void storeDirectory(const char* key, const std::optional<std::filesystem::path>& directory);
+    template <typename Value> void assign(Value& field, Value value);
 
     settings::Defaults* defaults_ = nullptr;
     bool isLoadingDirectories_ = false;
+    LibraryViewMode viewMode_ = LibraryViewMode::grid;
+    bool showsInspector_ = true;
+    std::optional<ActiveSheet> activeSheet_;
+    bool isHoveringOpenButton_ = false;
+    exporting::HeicExportOptions exportOptions_;
+    bool shouldTriggerAutoTween_ = false;
+    bool isTimelinePlaying_ = false;
     std::optional<std::filesystem::path> lastImport_;
     std::optional<std::filesystem::path> lastOpen_;
     std::optional<std::filesystem::path> lastSave_;

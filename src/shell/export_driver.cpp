@@ -76,7 +76,7 @@ ExportDriver::~ExportDriver() {
 }
 
 void ExportDriver::startExport() {
-    startExport(exportSettings(uiState_.exportOptions));
+    startExport(exportSettings(uiState_.exportOptions()));
 }
 
 void ExportDriver::resetProgress() {

@@ -69,7 +69,7 @@ std::vector<Menu> buildMenus(const AppCommandCenter& center, const document::Und
 
     menus.push_back({MenuPlacement::window,
                      "Window",
-                     {entry(ui.isTimelinePlaying ? "Pause Playback" : "Play Playback",
+                     {entry(ui.isTimelinePlaying() ? "Pause Playback" : "Play Playback",
                             MenuCommand::togglePlayback, KeyShortcut{"Space", false, false},
                             center.canPlayTimeline())}});
 
@@ -119,8 +119,7 @@ void performMenuCommand(const MenuEntry& item, AppCommandCenter& center,
         center.saveProjectAs();
         break;
     case MenuCommand::exportWallpaper:
-        center.uiState().activeSheet = ActiveSheet::exportOptions;
-        center.uiState().notifyChanged();
+        center.uiState().setActiveSheet(ActiveSheet::exportOptions);
         break;
     case MenuCommand::togglePlayback:
         center.togglePlayback();

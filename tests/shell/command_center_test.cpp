@@ -46,11 +46,11 @@ TEST_F(ShellTest, MenuEntriesAreEnabledByTheDocumentsState) {
     performMenuCommand(find(buildMenus(center, &undo), "Play Playback"), center, &undo);
     EXPECT_TRUE(enabled(buildMenus(center, &undo), "Pause Playback"));
 
-    ui.isTimelinePlaying = false;
+    ui.setTimelinePlaying(false);
     state.setMode(document::WallpaperMode::appearance); // playback needs time mode
     EXPECT_FALSE(enabled(buildMenus(center, &undo), "Play Playback"));
     center.togglePlayback();
-    EXPECT_FALSE(ui.isTimelinePlaying);
+    EXPECT_FALSE(ui.isTimelinePlaying());
 }
 
 TEST_F(ShellTest, RecentEntriesOpenThroughThePromptAndClearMenuStoresAnEmptyList) {
@@ -122,13 +122,13 @@ TEST_F(ShellTest, ImportAddsTheGoodFilesAndRemembersTheFirstFolder) {
 
 TEST_F(ShellTest, NewAndCloseReturnToGridView) {
     state.addImage(image("a.png"));
-    ui.viewMode = LibraryViewMode::single;
+    ui.setViewMode(LibraryViewMode::single);
     center.closeProject();
-    EXPECT_EQ(ui.viewMode, LibraryViewMode::grid);
+    EXPECT_EQ(ui.viewMode(), LibraryViewMode::grid);
     EXPECT_EQ(undo.undoActionName(), "Close Project");
-    ui.viewMode = LibraryViewMode::list;
+    ui.setViewMode(LibraryViewMode::list);
     center.newProject();
-    EXPECT_EQ(ui.viewMode, LibraryViewMode::grid);
+    EXPECT_EQ(ui.viewMode(), LibraryViewMode::grid);
     EXPECT_EQ(undo.undoActionName(), "New Project");
 }
 

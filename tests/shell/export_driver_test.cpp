@@ -202,18 +202,20 @@ TEST_F(ExportDriverTest, SheetOptionsReachTheGeneratorAsAConfiguration) {
                        upscalerMade = true;
                        return nullptr; // as when no model is installed
                    });
-    ui.exportOptions = {}; // defaults: 8K canvas, upscaling on
-    driver.exportTo(destination, exportSettings(ui.exportOptions));
+    ui.setExportOptions({}); // defaults: 8K canvas, upscaling on
+    driver.exportTo(destination, exportSettings(ui.exportOptions()));
     ASSERT_TRUE(runUntilDone(driver));
     EXPECT_TRUE(upscalerMade);
     ASSERT_TRUE(received);
     EXPECT_EQ(received->targetSize, (exporting::FrameSize{7680, 4320}));
     EXPECT_FALSE(received->upscaler);
 
-    ui.exportOptions.resizeEnabled = false;
-    ui.exportOptions.upscaleEnabled = false;
+    auto options = ui.exportOptions();
+    options.resizeEnabled = false;
+    options.upscaleEnabled = false;
+    ui.setExportOptions(options);
     upscalerMade = false;
-    driver.exportTo(destination, exportSettings(ui.exportOptions));
+    driver.exportTo(destination, exportSettings(ui.exportOptions()));
     ASSERT_TRUE(runUntilDone(driver));
     EXPECT_FALSE(upscalerMade);
     EXPECT_FALSE(received); // the sources go straight to the encoder
