@@ -1,0 +1,59 @@
+#include "ui/symbol_icons.h"
+
+#include <string_view>
+
+namespace lumivesper::ui {
+
+namespace {
+
+struct SymbolIcon {
+    std::string_view symbol;
+    const char* themeName;
+};
+
+// Chosen for meaning, not likeness: "internaldrive" is where the original saves, so it is the
+// save icon here.
+constexpr SymbolIcon symbolIcons[] = {
+    {"plus", "list-add"},
+    {"sparkles", "draw-star"},
+    {"wand.and.stars", "tools-wizard"},
+    {"folder", "document-open"},
+    {"folder.fill", "folder-open"},
+    {"internaldrive", "document-save"},
+    {"arrow.up.doc", "document-export"},
+    {"square.grid.2x2", "view-grid"},
+    {"list.bullet", "view-list-details"},
+    {"photo", "view-preview"},
+    {"sidebar.right", "sidebar-expand-right"},
+    {"photo.on.rectangle.angled", "folder-pictures"},
+    {"tray.and.arrow.down", "document-import"},
+    {"plus.circle", "list-add"},
+    {"backward.end.fill", "media-skip-backward"},
+    {"play.fill", "media-playback-start"},
+    {"pause.fill", "media-playback-pause"},
+    {"forward.end.fill", "media-skip-forward"},
+};
+
+} // namespace
+
+void installFallbackIconTheme() {
+    QIcon::setFallbackThemeName(QString::fromLatin1(fallbackIconTheme));
+    // Without a desktop session Qt has no theme at all; the fallback then is the theme.
+    if (QIcon::themeName().isEmpty() || QIcon::themeName() == QLatin1String("hicolor"))
+        QIcon::setThemeName(QString::fromLatin1(fallbackIconTheme));
+}
+
+QString themeIconName(const std::string& symbol) {
+    for (const auto& entry : symbolIcons) {
+        if (entry.symbol == symbol)
+            return QString::fromLatin1(entry.themeName);
+    }
+    return {};
+}
+
+QIcon symbolIcon(const std::string& symbol) {
+    const QString name = themeIconName(symbol);
+    return name.isEmpty() ? QIcon() : QIcon::fromTheme(name);
+}
+
+} // namespace lumivesper::ui
