@@ -19,12 +19,9 @@ ImageListView::ImageListView(ImageListModel& model, QWidget* parent)
     // The document holds the selection; the view only paints it.
     setSelectionMode(QAbstractItemView::NoSelection);
     setMouseTracking(true);
-    setAcceptDrops(true);
-    setDragEnabled(true);
     setDropIndicatorShown(false);
     setUniformItemSizes(true);
     setResizeMode(QListView::Adjust);
-    setMovement(QListView::Static);
     setFrameShape(QFrame::NoFrame);
     setVerticalScrollMode(QAbstractItemView::ScrollPerPixel);
     setAccessibleName(QStringLiteral("Images"));
@@ -33,7 +30,11 @@ ImageListView::ImageListView(ImageListModel& model, QWidget* parent)
 
 void ImageListView::setGridLayout(bool grid) {
     setViewMode(grid ? QListView::IconMode : QListView::ListMode);
-    setMovement(QListView::Static); // setViewMode turns on free movement in icon mode
+    // Static, so that Qt never moves cells on its own; that also turns dragging and dropping
+    // off, and the document's reorder needs both back.
+    setMovement(QListView::Static);
+    setDragEnabled(true);
+    viewport()->setAcceptDrops(true);
     setWrapping(grid);
     setFlow(grid ? QListView::LeftToRight : QListView::TopToBottom);
     setSpacing(grid ? 0 : 4);
