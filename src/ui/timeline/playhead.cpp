@@ -24,15 +24,20 @@ void Playhead::paintEvent(QPaintEvent*) {
     painter.setRenderHint(QPainter::Antialiasing);
     const QColor accent = palette().color(QPalette::Highlight);
     const double centre = width / 2.0;
-    // A shadowed line with a knob at the top.
-    painter.fillRect(QRectF(centre - 1.5, 0, 3, height()), QColor(0, 0, 0, 90));
-    painter.fillRect(QRectF(centre - 1, 0, 2, height()), accent);
+    // A light line in a dark outline reads over bright and dark frames alike; the knob on top
+    // carries the accent.
+    painter.fillRect(QRectF(centre - 2.5, 0, 5, height()), QColor(0, 0, 0, 140));
+    painter.fillRect(QRectF(centre - 1.5, 0, 3, height()), Qt::white);
     QPainterPath knob;
     knob.moveTo(0, 0);
     knob.lineTo(width, 0);
-    knob.lineTo(centre, 8);
+    knob.lineTo(width, 6);
+    knob.lineTo(centre, 12);
+    knob.lineTo(0, 6);
     knob.closeSubpath();
-    painter.fillPath(knob, accent);
+    painter.setPen(QPen(QColor(0, 0, 0, 140), 1));
+    painter.setBrush(accent);
+    painter.drawPath(knob);
 }
 
 } // namespace lumivesper::ui
