@@ -1,5 +1,8 @@
 #include "ui/symbol_icons.h"
 
+#include <QStandardPaths>
+#include <QStringList>
+
 #include <string_view>
 
 namespace lumivesper::ui {
@@ -21,7 +24,7 @@ constexpr SymbolIcon symbolIcons[] = {
     {"folder.fill", "folder-open"},
     {"internaldrive", "document-save"},
     {"arrow.up.doc", "document-export"},
-    {"square.grid.2x2", "view-grid"},
+    {"square.grid.2x2", "view-list-icons"},
     {"list.bullet", "view-list-details"},
     {"photo", "view-preview"},
     {"sidebar.right", "sidebar-expand-right"},
@@ -37,6 +40,15 @@ constexpr SymbolIcon symbolIcons[] = {
 } // namespace
 
 void installFallbackIconTheme() {
+    // Some platform plugins (offscreen, minimal) search no system folder at all.
+    QStringList searchPaths = QIcon::themeSearchPaths();
+    for (const QString& folder : QStandardPaths::locateAll(
+             QStandardPaths::GenericDataLocation, QStringLiteral("icons"),
+             QStandardPaths::LocateDirectory)) {
+        if (!searchPaths.contains(folder))
+            searchPaths << folder;
+    }
+    QIcon::setThemeSearchPaths(searchPaths);
     QIcon::setFallbackThemeName(QString::fromLatin1(fallbackIconTheme));
     // Without a desktop session Qt has no theme at all; the fallback then is the theme.
     if (QIcon::themeName().isEmpty() || QIcon::themeName() == QLatin1String("hicolor"))
