@@ -1,6 +1,7 @@
 #include "ui/library/image_cell_delegate.h"
 
 #include "ui/library/image_list_model.h"
+#include "ui/library/preview_cache.h"
 
 #include <QApplication>
 #include <QPainter>
@@ -16,12 +17,11 @@ void paintPreview(QPainter& painter, const QRectF& area, const QImage& image,
         painter.fillRect(area, faint);
         return;
     }
-    QSizeF size = image.size();
-    size.scale(area.size(), Qt::KeepAspectRatio);
-    const QRectF target(area.center().x() - size.width() / 2, area.center().y() - size.height() / 2,
-                        size.width(), size.height());
-    painter.setRenderHint(QPainter::SmoothPixmapTransform);
-    painter.drawImage(target, image);
+    QSize size = image.size();
+    size.scale(area.size().toSize(), Qt::KeepAspectRatio);
+    const QPointF topLeft(area.center().x() - size.width() / 2.0,
+                          area.center().y() - size.height() / 2.0);
+    painter.drawPixmap(topLeft.toPoint(), PreviewCache::scaled(image, size));
 }
 
 void ImageCellDelegate::paint(QPainter* painter, const QStyleOptionViewItem& option,

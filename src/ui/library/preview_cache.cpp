@@ -4,6 +4,7 @@
 #include "ui/qt_text.h"
 
 #include <QCoreApplication>
+#include <QPixmapCache>
 #include <QSet>
 
 namespace lumivesper::ui {
@@ -25,7 +26,23 @@ QImage limited(const QImage& image, int side) {
 
 } // namespace
 
+QPixmap PreviewCache::scaled(const QImage& image, QSize size) {
+    const QString key = QStringLiteral("lumivesper-preview-%1-%2x%3")
+                            .arg(image.cacheKey())
+                            .arg(size.width())
+                            .arg(size.height());
+    QPixmap pixmap;
+    if (!QPixmapCache::find(key, &pixmap)) {
+        pixmap = QPixmap::fromImage(
+            image.scaled(size, Qt::IgnoreAspectRatio, Qt::SmoothTransformation));
+        QPixmapCache::insert(key, pixmap);
+    }
+    return pixmap;
+}
+
 PreviewCache::PreviewCache(QObject* parent) : QObject(parent) {
+    // Room for every cell and frame of a large document at its present size.
+    QPixmapCache::setCacheLimit(std::max(QPixmapCache::cacheLimit(), 64 * 1024));
     // Two decoders: enough to keep up with an import, and the window keeps a core to itself.
     pool_.setMaxThreadCount(2);
 }

@@ -5,6 +5,7 @@
 #include <QHash>
 #include <QImage>
 #include <QObject>
+#include <QPixmap>
 #include <QString>
 #include <QThreadPool>
 
@@ -30,6 +31,10 @@ public:
     QImage full(const document::WallpaperImage& image);
     // Drops the previews of images that are no longer in `images`.
     void retainOnly(const std::vector<document::WallpaperImage>& images);
+    // `image` at `size`, scaled once and then kept in Qt's pixmap cache: repainting a grid or a
+    // playing timeline costs a copy, not a smooth scale per cell.
+    static QPixmap scaled(const QImage& image, QSize size);
+
     // Blocks until every requested preview is made and delivered; for tests and benchmarks.
     void waitForPending();
     int pendingCount() const { return pending_; }

@@ -104,13 +104,11 @@ protected:
             // Fills its cell, cropped to it.
             painter.save();
             painter.setClipRect(cell);
-            QSizeF size = preview.size();
-            size.scale(cell.size(), Qt::KeepAspectRatioByExpanding);
-            painter.setRenderHint(QPainter::SmoothPixmapTransform);
-            painter.drawImage(QRectF(cell.center().x() - size.width() / 2,
-                                     cell.center().y() - size.height() / 2, size.width(),
-                                     size.height()),
-                              preview);
+            QSize size = preview.size();
+            size.scale(cell.size().toSize() + QSize(1, 1), Qt::KeepAspectRatioByExpanding);
+            painter.drawPixmap(QPointF(cell.center().x() - size.width() / 2.0,
+                                       cell.center().y() - size.height() / 2.0),
+                               PreviewCache::scaled(preview, size));
             painter.restore();
         }
     }
