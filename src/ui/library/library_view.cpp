@@ -42,6 +42,8 @@ LibraryView::LibraryView(shell::AppCommandCenter& center, platform::MainThread& 
     pages_->addWidget(singleView_);
     tweenSheet_ = new TweenSheet(tweens_, *previews_, this);
 
+    center_.setFileImporter(
+        [this](const std::vector<std::filesystem::path>& files) { imports_.importFiles(files); });
     connect(emptyState_, &EmptyState::importRequested, this, [this] { center_.importImages(); });
     connect(emptyState_, &EmptyState::generateRequested, this,
             [this] { uiState_.setActiveSheet(shell::ActiveSheet::magicGenerate); });
@@ -64,6 +66,7 @@ LibraryView::LibraryView(shell::AppCommandCenter& center, platform::MainThread& 
 }
 
 LibraryView::~LibraryView() {
+    center_.setFileImporter({});
     // These refer to the workflow, which goes before Qt deletes the children.
     delete tweenSheet_;
     delete singleView_;
