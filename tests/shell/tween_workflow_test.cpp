@@ -124,8 +124,9 @@ TEST_F(TweenWorkflowTest, AutoTweenRegeneratesEveryRunAcrossTheDay) {
                                       "the next one (wraps end to start).");
 
     for (int run = 0; run < 2; ++run) { // a second run replaces the first one's frames
-        if (run == 1)
+        if (run == 1) {
             ASSERT_TRUE(workflow.openAuto());
+        }
         workflow.generate();
         ASSERT_TRUE(runToEnd());
         EXPECT_EQ(state.images().size(), 6u) << "run " << run;
