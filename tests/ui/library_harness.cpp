@@ -67,6 +67,8 @@ int main(int argc, char** argv) {
             return;
         settle.stop();
         const auto images = state.images();
+        if (images.size() < 4)
+            return; // the empty state, as it is
         for (std::size_t i = 0; i < images.size(); ++i) {
             auto image = images[i];
             image.timeOfDay = 24.0 * static_cast<double>(i) / static_cast<double>(images.size());
