@@ -1,5 +1,5 @@
 // Shows the library and the timeline over real photos, as the window will host them, for a look
-// under Xvfb:  library_harness FOLDER [grid|list|single] [tween|auto|play] [COUNT]
+// under Xvfb:  library_harness FOLDER [grid|list|single] [tween|generate|auto|play] [COUNT]
 // FOLDER holds the photos (JPEG or PNG); the first COUNT (default 12) are imported.
 
 #include "../support/scripted_dialogs.h"
@@ -82,8 +82,10 @@ int main(int argc, char** argv) {
         uiState.setViewMode(view == "list"     ? shell::LibraryViewMode::list
                             : view == "single" ? shell::LibraryViewMode::single
                                                : shell::LibraryViewMode::grid);
-        if (action == "tween")
+        if (action == "tween" || action == "generate")
             library->tweens().openFor(state.images()[2].id);
+        if (action == "generate")
+            library->tweens().generate();
         else if (action == "auto")
             uiState.setShouldTriggerAutoTween(true);
         else if (action == "play")
