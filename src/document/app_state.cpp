@@ -1,6 +1,7 @@
 #include "document/app_state.h"
 
 #include "document/image_hours.h"
+#include "document/image_row_changes.h"
 #include "document/project.h"
 #include "platform/console.h"
 #include "platform/image_io.h"
@@ -15,8 +16,6 @@
 namespace lumivesper::document {
 
 namespace {
-
-constexpr AppStateFields contentFields = AppStateField::images | AppStateField::isDirty;
 
 std::set<Uuid> idsOf(const std::vector<WallpaperImage>& images) {
     std::set<Uuid> ids;
@@ -80,10 +79,10 @@ void AppState::setUndoManager(UndoManager* undoManager) {
                                    : platform::Subscription();
 }
 
-void AppState::registerStep(Snapshot snapshot, const std::string& actionName) {
+void AppState::registerStep(const Snapshot& snapshot, const std::string& actionName) {
     if (!undoManager_)
         return;
-    undoManager_->registerUndo([this, snapshot = std::move(snapshot), actionName] {
+    undoManager_->registerUndo([this, snapshot, actionName] {
         restoreSnapshot(snapshot, actionName);
     });
     undoManager_->setActionName(actionName);
@@ -102,9 +101,8 @@ void AppState::restoreSnapshot(const Snapshot& snapshot, const std::string& acti
     lastMagicTweenCount_ = snapshot.lastMagicTweenCount;
     lastMagicStartingImageFileName_ = snapshot.lastMagicStartingImageFileName;
     // Registered while undoing this becomes the redo step, and while redoing the next undo step.
-    registerStep(std::move(current), actionName);
-    notify(contentFields | AppStateField::mode | AppStateField::selection |
-           AppStateField::currentProjectPath | AppStateField::magicSettings);
+    registerStep(current, actionName);
+    publishChanges(current);
 }
 
 void AppState::beginUndoBatch(const std::string& actionName) {
@@ -128,7 +126,7 @@ void AppState::endUndoBatch() {
     const std::string name = batchActionName_.value_or("Update");
     batchSnapshot_.reset();
     batchActionName_.reset();
-    registerStep(std::move(snapshot), name);
+    registerStep(snapshot, name);
 }
 
 // ---- Content operations ----
@@ -140,8 +138,8 @@ void AppState::setMode(WallpaperMode mode) {
     mode_ = mode;
     sortImages();
     isDirty_ = true;
-    registerStep(std::move(before), "Change Mode");
-    notify(contentFields | AppStateField::mode);
+    registerStep(before, "Change Mode");
+    publishChanges(before);
 }
 
 void AppState::addImage(WallpaperImage image) {
@@ -149,34 +147,46 @@ void AppState::addImage(WallpaperImage image) {
     images_.push_back(std::move(image));
     sortImages();
     isDirty_ = true;
-    registerStep(std::move(before), "Add Image");
-    notify(contentFields);
+    registerStep(before, "Add Image");
+    publishChanges(before);
 }
 
-void AppState::importImage(const std::filesystem::path& file) {
+std::optional<WallpaperImage> AppState::readImageFile(const std::filesystem::path& file) {
     std::error_code error;
     if (!std::filesystem::is_regular_file(file, error) || ::access(file.c_str(), R_OK) != 0) {
         platform::consoleLine("Cannot read file at: " + file.string());
-        return;
-    }
-    std::shared_ptr<const platform::PixelImage> preview;
-    try {
-        preview = std::make_shared<const platform::PixelImage>(platform::loadPreview(file));
-    } catch (const platform::ImageIoError&) {
-        platform::consoleLine("Failed to load image from: " + file.string());
-        return;
+        return std::nullopt;
     }
     WallpaperImage image;
+    try {
+        image.thumbnail =
+            std::make_shared<const platform::PixelImage>(platform::loadPreview(file));
+    } catch (const platform::ImageIoError&) {
+        platform::consoleLine("Failed to load image from: " + file.string());
+        return std::nullopt;
+    }
     image.fileName = file.filename().string();
     image.sourcePath = file;
-    image.thumbnail = std::move(preview);
+    return image;
+}
+
+void AppState::addImportedImage(WallpaperImage image) {
+    image.isTween = false;
     if (mode_ == WallpaperMode::time) {
         image.altitude = 0.0;
         image.azimuth = 0.0;
+        image.isLight.reset();
     } else {
         image.isLight = true;
+        image.altitude.reset();
+        image.azimuth.reset();
     }
     addImage(std::move(image));
+}
+
+void AppState::importImage(const std::filesystem::path& file) {
+    if (auto image = readImageFile(file))
+        addImportedImage(std::move(*image));
 }
 
 void AppState::removeImage(const Uuid& id) {
@@ -188,8 +198,8 @@ void AppState::removeImage(const Uuid& id) {
     selection.erase(id);
     assignSelection(std::move(selection));
     isDirty_ = true;
-    registerStep(std::move(before), "Delete Image");
-    notify(contentFields | AppStateField::selection);
+    registerStep(before, "Delete Image");
+    publishChanges(before);
 }
 
 void AppState::deleteAllTweens() {
@@ -207,8 +217,8 @@ void AppState::deleteAllTweens() {
                         tweenIds.end(), std::inserter(selection, selection.end()));
     assignSelection(std::move(selection));
     isDirty_ = true;
-    registerStep(std::move(before), "Delete All Tweens");
-    notify(contentFields | AppStateField::selection);
+    registerStep(before, "Delete All Tweens");
+    publishChanges(before);
 }
 
 void AppState::updateImage(const WallpaperImage& updated) {
@@ -220,8 +230,8 @@ void AppState::updateImage(const WallpaperImage& updated) {
     *found = updated;
     sortImages();
     isDirty_ = true;
-    registerStep(std::move(before), "Edit Image");
-    notify(contentFields);
+    registerStep(before, "Edit Image");
+    publishChanges(before);
 }
 
 void AppState::moveImage(const Uuid& sourceId, const Uuid& targetId) {
@@ -258,8 +268,8 @@ void AppState::moveImage(const Uuid& sourceId, const Uuid& targetId) {
                    std::make_move_iterator(run.end()));
 
     isDirty_ = true;
-    registerStep(std::move(before), "Reorder Images");
-    notify(contentFields);
+    registerStep(before, "Reorder Images");
+    publishChanges(before);
 }
 
 void AppState::insertImages(std::vector<WallpaperImage> newImages, std::ptrdiff_t index,
@@ -272,8 +282,8 @@ void AppState::insertImages(std::vector<WallpaperImage> newImages, std::ptrdiff_
                    std::make_move_iterator(newImages.end()));
     sortImages();
     isDirty_ = true;
-    registerStep(std::move(before), actionName);
-    notify(contentFields);
+    registerStep(before, actionName);
+    publishChanges(before);
 }
 
 void AppState::replaceImages(std::vector<WallpaperImage> newImages, const std::string& actionName,
@@ -283,12 +293,13 @@ void AppState::replaceImages(std::vector<WallpaperImage> newImages, const std::s
     sortImages();
     dropMissingFromSelection();
     isDirty_ = markDirty;
-    registerStep(std::move(before), actionName);
-    notify(contentFields | AppStateField::selection);
+    registerStep(before, actionName);
+    publishChanges(before);
 }
 
 void AppState::applyGeneratedImages(std::vector<WallpaperImage> newImages,
                                     std::optional<WallpaperMode> newMode, bool resetProjectPath) {
+    const Snapshot before = captureSnapshot();
     images_ = std::move(newImages);
     if (newMode)
         mode_ = *newMode;
@@ -297,8 +308,7 @@ void AppState::applyGeneratedImages(std::vector<WallpaperImage> newImages,
         currentProjectPath_.reset();
     dropMissingFromSelection();
     isDirty_ = true;
-    notify(contentFields | AppStateField::mode | AppStateField::selection |
-           AppStateField::currentProjectPath);
+    publishChanges(before);
 }
 
 void AppState::openProject(std::vector<WallpaperImage> newImages, WallpaperMode newMode,
@@ -316,9 +326,8 @@ void AppState::openProject(std::vector<WallpaperImage> newImages, WallpaperMode 
     lastMagicSize_ = magicSize.value_or(defaultMagicSize);
     lastMagicTweenCount_ = magicTweenCount.value_or(defaultMagicTweenCount);
     lastMagicStartingImageFileName_ = magicStartingImageFileName.value_or("");
-    registerStep(std::move(before), "Open Project");
-    notify(contentFields | AppStateField::mode | AppStateField::selection |
-           AppStateField::currentProjectPath | AppStateField::magicSettings);
+    registerStep(before, "Open Project");
+    publishChanges(before);
 }
 
 void AppState::resetProject(const std::string& actionName) {
@@ -333,22 +342,23 @@ void AppState::resetProject(const std::string& actionName) {
     lastMagicSize_ = defaultMagicSize;
     lastMagicTweenCount_ = defaultMagicTweenCount;
     lastMagicStartingImageFileName_.clear();
-    registerStep(std::move(before), actionName);
-    notify(contentFields | AppStateField::mode | AppStateField::selection |
-           AppStateField::currentProjectPath | AppStateField::magicSettings);
+    registerStep(before, actionName);
+    publishChanges(before);
 }
 
 void AppState::markSaved(const std::filesystem::path& packagePath,
                          std::vector<WallpaperImage> savedImages) {
+    const Snapshot before = captureSnapshot();
     images_ = std::move(savedImages);
     currentProjectPath_ = packagePath;
     isDirty_ = false;
-    notify(contentFields | AppStateField::currentProjectPath);
+    publishChanges(before);
 }
 
 void AppState::sortImagesChronologically() {
+    const Snapshot before = captureSnapshot();
     sortImages();
-    notify(AppStateField::images);
+    publishChanges(before);
 }
 
 // Without a notification: the operations that sort notify once for the whole change.
@@ -400,6 +410,7 @@ void AppState::dropMissingFromSelection() {
 }
 
 void AppState::selectImage(std::optional<Uuid> id) {
+    const SelectionState former{selectedImageIds_, lastSelectedImageId_};
     if (id) {
         assignSelection({*id});
         lastSelectedImageId_ = *id;
@@ -407,10 +418,11 @@ void AppState::selectImage(std::optional<Uuid> id) {
         assignSelection({});
         lastSelectedImageId_.reset();
     }
-    notify(AppStateField::selection);
+    publishSelection(former);
 }
 
 void AppState::toggleImageSelection(const Uuid& id) {
+    const SelectionState former{selectedImageIds_, lastSelectedImageId_};
     std::set<Uuid> selection = selectedImageIds_;
     if (selection.erase(id) > 0) {
         assignSelection(std::move(selection));
@@ -419,7 +431,7 @@ void AppState::toggleImageSelection(const Uuid& id) {
         assignSelection(std::move(selection));
         lastSelectedImageId_ = id;
     }
-    notify(AppStateField::selection);
+    publishSelection(former);
 }
 
 void AppState::extendImageSelection(const Uuid& id) {
@@ -442,13 +454,46 @@ void AppState::extendImageSelection(const Uuid& id) {
         selectImage(id);
         return;
     }
+    const SelectionState former{selectedImageIds_, lastSelectedImageId_};
     const auto [low, high] = std::minmax(*anchorIndex, *clickedIndex);
     std::set<Uuid> range;
     for (std::size_t i = low; i <= high; ++i)
         range.insert(images_[i].id);
     assignSelection(std::move(range));
     lastSelectedImageId_ = id;
-    notify(AppStateField::selection);
+    publishSelection(former);
+}
+
+void AppState::publishSelection(const SelectionState& former) {
+    if (former.ids != selectedImageIds_ || former.anchor != lastSelectedImageId_)
+        notify(AppStateField::selection);
+}
+
+// ---- Change notification ----
+
+void AppState::publishChanges(const Snapshot& before) {
+    AppStateFields fields;
+    const auto rowChanges = diffImageRows(before.images, images_);
+    if (!rowChanges.empty())
+        fields = fields | AppStateField::images;
+    if (before.mode != mode_)
+        fields = fields | AppStateField::mode;
+    if (before.selectedImageIds != selectedImageIds_ ||
+        before.lastSelectedImageId != lastSelectedImageId_)
+        fields = fields | AppStateField::selection;
+    if (before.currentProjectPath != currentProjectPath_)
+        fields = fields | AppStateField::currentProjectPath;
+    if (before.isDirty != isDirty_)
+        fields = fields | AppStateField::isDirty;
+    if (before.lastMagicPrompt != lastMagicPrompt_ || before.lastMagicSize != lastMagicSize_ ||
+        before.lastMagicTweenCount != lastMagicTweenCount_ ||
+        before.lastMagicStartingImageFileName != lastMagicStartingImageFileName_)
+        fields = fields | AppStateField::magicSettings;
+    // Rows first: a list model mirrors them before anyone redraws from the whole state.
+    for (const auto& change : rowChanges)
+        rowsChanged_.notify(change);
+    if (!fields.empty())
+        notify(fields);
 }
 
 // ---- Generation status ----

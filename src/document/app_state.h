@@ -1,5 +1,6 @@
 #pragma once
 
+#include "document/image_row_changes.h"
 #include "document/recent_project.h"
 #include "document/undo_manager.h"
 #include "document/wallpaper_image.h"
@@ -143,7 +144,13 @@ public:
     void setMode(WallpaperMode mode);
     void addImage(WallpaperImage image);
     // Decodes the file and appends it as a new image; unreadable files leave a console line only.
+    // The same in two halves, so that a window can decode off its main thread:
     void importImage(const std::filesystem::path& file);
+    // Checks and decodes the file into a new record (display preview included); none after the
+    // console line. Safe on any thread.
+    static std::optional<WallpaperImage> readImageFile(const std::filesystem::path& file);
+    // Gives a record from readImageFile the values the present mode starts with, then addImage.
+    void addImportedImage(WallpaperImage image);
     void removeImage(const Uuid& id);
     void deleteAllTweens();
     void updateImage(const WallpaperImage& image);
@@ -191,12 +198,26 @@ public:
     void persistGenerationState();
 
     // ---- Change notification ----
+    // After each operation: the fields whose values it changed; nothing when it changed none.
     [[nodiscard]] platform::Subscription observe(std::function<void(AppStateFields)> observer) {
         return changed_.subscribe(std::move(observer));
     }
+    // After each operation that changed `images`, before the field notification: the row steps
+    // that turn the former list into the present one (see ImageRowChange).
+    [[nodiscard]] platform::Subscription
+    observeImageRows(std::function<void(const ImageRowChange&)> observer) {
+        return rowsChanged_.subscribe(std::move(observer));
+    }
 
 private:
-    void registerStep(Snapshot snapshot, const std::string& actionName);
+    struct SelectionState {
+        std::set<Uuid> ids;
+        std::optional<Uuid> anchor;
+    };
+
+    void registerStep(const Snapshot& snapshot, const std::string& actionName);
+    void publishChanges(const Snapshot& before);
+    void publishSelection(const SelectionState& former);
     void sortImages();
     void assignSelection(std::set<Uuid> newSelection);
     void dropMissingFromSelection();
@@ -228,6 +249,7 @@ private:
     std::optional<Snapshot> batchSnapshot_;
     std::optional<std::string> batchActionName_;
 
+    platform::ObserverList<const ImageRowChange&> rowsChanged_;
     platform::ObserverList<AppStateFields> changed_;
 };
 

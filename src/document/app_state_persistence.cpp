@@ -133,7 +133,11 @@ void AppState::setSourcePath(const Uuid& id, std::optional<std::filesystem::path
                                     [&](const WallpaperImage& image) { return image.id == id; });
     if (found == images_.end())
         return;
+    if (found->sourcePath == path)
+        return;
     found->sourcePath = std::move(path);
+    rowsChanged_.notify({ImageRowChange::Kind::changed,
+                         static_cast<std::size_t>(found - images_.begin()), 1, 0});
     notify(AppStateField::images);
 }
 

@@ -34,8 +34,9 @@ private:
     std::function<void()> cancel_;
 };
 
-// Observers of one kind of change, used on one thread. An observer may unsubscribe (itself or
-// others) while being notified.
+// Observers of one kind of change, used on one thread. During a notification an observer may
+// subscribe or unsubscribe anyone, itself included, and may even destroy the list's owner: the
+// walk holds the entries by a reference of its own and never touches the list object again.
 template <typename... Args> class ObserverList {
 public:
     using Observer = std::function<void(Args...)>;
@@ -51,15 +52,21 @@ public:
     }
 
     void notify(Args... args) const {
-        // A copy, so that observers may (un)subscribe during the walk.
-        const auto snapshot = *entries_;
-        for (const auto& entry : snapshot) {
+        // Keeps the entries alive even if an observer destroys this list's owner.
+        const std::shared_ptr<std::vector<Entry>> entries = entries_;
+        const auto walk = *entries; // observers present when the notification began
+        for (const auto& entry : walk) {
             const bool stillSubscribed =
-                std::any_of(entries_->begin(), entries_->end(),
+                std::any_of(entries->begin(), entries->end(),
                             [&](const Entry& current) { return current.id == entry.id; });
             if (stillSubscribed)
                 (*entry.observer)(args...);
         }
+    }
+
+    ~ObserverList() {
+        // Whoever still walks the entries sees an empty list: nobody hears from a dead owner.
+        entries_->clear();
     }
 
 private:

@@ -88,6 +88,10 @@ void AppCommandCenter::importImages() {
                 return;
             uiState_.setLastImportDirectory(files.front().parent_path());
             // One undo step per file; a file that fails leaves only its console line.
+            if (fileImporter_) {
+                fileImporter_(files);
+                return;
+            }
             for (const auto& file : files)
                 appState_.importImage(file);
         });

@@ -74,6 +74,12 @@ public:
     void requestCloseProject();
     void togglePlayback();
 
+    // Where files chosen for import go; the window hands them to a queue that decodes them off
+    // its main thread. Without one, each is imported here and now.
+    void setFileImporter(std::function<void(const std::vector<std::filesystem::path>&)> importer) {
+        fileImporter_ = std::move(importer);
+    }
+
     // The application's update check; without one, checkForUpdates only says so on the console.
     void setUpdateCheckHandler(std::function<void()> handler) { updateCheck_ = std::move(handler); }
 
@@ -92,6 +98,7 @@ private:
     SaveFlowCoordinator& saveFlow_;
     platform::Dialogs& dialogs_;
     std::function<void()> updateCheck_;
+    std::function<void(const std::vector<std::filesystem::path>&)> fileImporter_;
     LifetimeToken lifetime_;
 };
 
