@@ -2,7 +2,9 @@
 
 #include "platform/main_thread.h"
 #include "settings/server_config.h"
+#include "ui/library/library_view.h"
 #include "ui/qt_text.h"
+#include "ui/timeline/timeline_strip.h"
 
 namespace lumivesper::shell {
 
@@ -31,6 +33,7 @@ LumivesperApp::~LumivesperApp() {
 QStringList LumivesperApp::launch(const QStringList& files) {
     delegate_.applicationDidFinishLaunching(options_.makeUpdater);
     QStringList refused = openFromOutside(files);
+    fillMissingContent();
     window_ = std::make_unique<ui::MainWindow>(commandCenter_, delegate_, undoManager_,
                                                options_.content, [this] { requestQuit(); });
     window_->show();
@@ -55,6 +58,24 @@ QStringList LumivesperApp::openFromOutside(const QStringList& files) {
         window_->activateWindow();
     }
     return refused;
+}
+
+void LumivesperApp::fillMissingContent() {
+    // The window makes the library first, so the timeline can share its playback and previews.
+    ui::WindowContent& content = options_.content;
+    if (!content.makeLibrary) {
+        content.makeLibrary = [this](QWidget* parent) {
+            library_ = new ui::LibraryView(commandCenter_, mainThread_, parent);
+            return library_;
+        };
+    }
+    if (!content.makeTimeline) {
+        content.makeTimeline = [this](QWidget* parent) -> QWidget* {
+            if (!library_)
+                return nullptr;
+            return new ui::TimelineStrip(*library_, parent);
+        };
+    }
 }
 
 void LumivesperApp::requestQuit() {

@@ -20,6 +20,9 @@ namespace lumivesper::platform {
 class Dialogs;
 class MainThread;
 } // namespace lumivesper::platform
+namespace lumivesper::ui {
+class LibraryView;
+}
 
 namespace lumivesper::shell {
 
@@ -61,6 +64,7 @@ public:
     AppCommandCenter& commandCenter() { return commandCenter_; }
 
 private:
+    void fillMissingContent();
     void finishQuit();
 
     platform::MainThread& mainThread_;
@@ -75,6 +79,7 @@ private:
     AppLifecycleDelegate delegate_;
     Options options_;
     std::unique_ptr<ui::MainWindow> window_;
+    ui::LibraryView* library_ = nullptr; // owned by the window
     bool quitPending_ = false;
 };
 
