@@ -18,7 +18,7 @@ std::vector<SolarTimeSample> buildReferenceDay() {
     std::vector<SolarTimeSample> samples;
     samples.reserve(288);
     for (int minute = 0; minute <= 1435; minute += 5) {
-        const auto position = solarPosition(equinox + minutes(minute), zone, 40.0, 0.0);
+        const auto position = *solarPosition(equinox + minutes(minute), zone, 40.0, 0.0);
         samples.push_back({minute / 60.0, position.altitude, position.azimuth});
     }
     return samples;
