@@ -8,6 +8,7 @@
 #include <memory>
 #include <sstream>
 #include <system_error>
+#include <unordered_set>
 
 namespace lumivesper::document {
 
@@ -29,6 +30,17 @@ void requirePlainFileNames(const std::vector<WallpaperImage>& images) {
         if (!isPlainFileName(image.fileName))
             throw ProjectPackageError("The image file name \"" + image.fileName +
                                       "\" would lie outside the package's images folder.");
+}
+
+// The document keys its images by id (sorting, selection, undo); a file with a repeated id would
+// open and then fail at the first edit, so it is refused here like any other malformed file.
+void requireUniqueIds(const std::vector<WallpaperImage>& images) {
+    std::unordered_set<Uuid> seen;
+    for (const auto& image : images)
+        if (!seen.insert(image.id).second)
+            throw ProjectPackageError("The image id " + image.id.toString() +
+                                      " appears more than once in \"" +
+                                      std::string(projectFileName) + "\".");
 }
 
 std::string readProjectFile(const fs::path& file) {
@@ -118,6 +130,7 @@ LoadedPackage readPackage(const fs::path& url) {
     LoadedPackage package;
     package.project = decodeProject(readProjectFile(url / projectFileName));
     requirePlainFileNames(package.project.images);
+    requireUniqueIds(package.project.images);
     for (auto& image : package.project.images) {
         const fs::path path = url / imagesFolderName / image.fileName;
         std::error_code error;

@@ -197,6 +197,11 @@ TEST_F(ProjectIOTest, UnreadablePackagesFailToLoadAndLeaveTheDocument) {
     for (const std::string name :
          {"../outside.png", "sub/x.png", "sub\\x.png", "..", ".", "", "/etc/passwd"})
         texts.push_back(projectOf(json::array({record(name)})).dump());
+    // Two images with one id: the first sorting edit would stop the process.
+    const json first = record("a.png");
+    json twin = record("b.png");
+    twin["id"] = first["id"];
+    texts.push_back(projectOf(json::array({first, twin})).dump());
     state.addImage(imported("kept.png"));
     const fs::path url = folder.path() / "Bad.lvesper";
     writeImage(url / "images" / "sub" / "x.png");
