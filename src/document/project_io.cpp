@@ -1,6 +1,7 @@
 #include "document/project_io.h"
 
 #include "document/json_coding.h"
+#include "platform/atomic_file.h"
 #include "platform/console.h"
 #include "platform/image_io.h"
 
@@ -100,13 +101,13 @@ void copyIntoPackage(const WallpaperImage& image, const fs::path& to) {
 void writeProjectFile(const fs::path& file, const Project& project) {
     // Pretty and sorted: nlohmann's object keeps its keys in lexicographic order.
     const std::string text = nlohmann::json(project).dump(2);
-    std::ofstream out(file, std::ios::binary | std::ios::trunc);
-    out << text;
-    out.flush();
-    if (!out)
-        throw ProjectPackageError(
-            "The file \"" + std::string(projectFileName) +
-            "\" couldn't be written: " + std::generic_category().message(errno) + ".");
+    // Replaced whole, so that a crash or a full disk leaves the former project readable.
+    try {
+        platform::writeFileAtomically(file, text);
+    } catch (const platform::FileWriteError& error) {
+        throw ProjectPackageError("The file \"" + std::string(projectFileName) +
+                                  "\" couldn't be written: " + error.code().message() + ".");
+    }
 }
 
 void createFolder(const fs::path& folder) {

@@ -1,3 +1,4 @@
+#include "../support/file_size_limit.h"
 #include "../support/scripted_dialogs.h"
 #include "../support/temporary_folder.h"
 #include "document/json_coding.h"
@@ -155,6 +156,22 @@ TEST_F(ProjectIOTest, FailedSaveNamesTheCauseAndKeepsTheDocumentDirty) {
     }
     EXPECT_EQ(readText(package / "images" / "vanished.png"),
               "earlier"); // a failed copy loses nothing
+}
+
+TEST_F(ProjectIOTest, AProjectFileThatCannotBeWrittenWholeLeavesTheFormerOne) {
+    state.addImage(imported("dawn.png"));
+    io.save(package, state);
+    const std::string saved = readText(package / "project.json");
+    state.setMode(WallpaperMode::appearance);
+    {
+        testing::FileSizeLimit fullDisk(saved.size() / 2);
+        io.save(package, state);
+    }
+    ASSERT_EQ(dialogs.alerts.size(), 1u);
+    EXPECT_EQ(dialogs.alerts[0].message, "Save Failed");
+    EXPECT_THAT(dialogs.alerts[0].informativeText, ::testing::HasSubstr("project.json"));
+    EXPECT_EQ(readText(package / "project.json"), saved);
+    EXPECT_TRUE(state.isDirty());
 }
 
 TEST_F(ProjectIOTest, HandWrittenPackageLoadsWhatItCanAndListsMissingImagesByName) {
