@@ -101,12 +101,7 @@ void AppState::clearRecentProjects() {
 void AppState::loadGenerationState() {
     if (!defaults_)
         return;
-    if (auto stored = defaults_->string(clientIdKey); stored && !stored->empty()) {
-        clientId_ = *stored;
-    } else {
-        clientId_ = Uuid::generate().toString();
-        defaults_->setString(clientIdKey, clientId_);
-    }
+    clientId_ = defaults_->stringOrInsert(clientIdKey, [] { return Uuid::generate().toString(); });
     // Each setter persists all three fields, so the first one removes the two keys not read yet:
     // after a launch only the job id survives. The order is deliberate; keep it.
     setCurrentGenerationJobId(defaults_->string(currentGenerationJobIdKey));
