@@ -2,6 +2,7 @@
 #include "cli/interrupt_stop.h"
 #include "cli/number_argument.h"
 #include "document/app_state.h"
+#include "document/package_path.h"
 #include "document/project_io.h"
 #include "export/export_options.h"
 #include "export/heic_generator.h"
@@ -248,15 +249,16 @@ int runExport(const CommandContext& context) {
 
     document::AppState state;
     std::error_code notADirectory;
+    // "Trip.lvesper/", as shell completion gives it, names the package too.
+    const auto packagePath = document::normalisedPackagePath(imageTexts[0]);
     const bool isPackage = imageTexts.size() == 1 &&
-                           std::filesystem::path(imageTexts[0]).extension() ==
-                               std::string(".") + document::packageExtension &&
-                           std::filesystem::is_directory(imageTexts[0], notADirectory);
+                           packagePath.extension() == std::string(".") + document::packageExtension &&
+                           std::filesystem::is_directory(packagePath, notADirectory);
     if (isPackage) {
         // A saved project: its images, values and mode, as the application would open it.
         document::LoadedPackage package;
         try {
-            package = document::readPackage(imageTexts[0]);
+            package = document::readPackage(packagePath);
         } catch (const document::ProjectPackageError& failure) {
             context.err << "lumivesper-cli export: Could not load project: "
                         << failure.description() << "\n";
@@ -271,7 +273,7 @@ int runExport(const CommandContext& context) {
         }
         if (!modeGiven)
             mode = package.project.mode;
-        state.openProject(std::move(package.project.images), package.project.mode, imageTexts[0],
+        state.openProject(std::move(package.project.images), package.project.mode, packagePath,
                           std::nullopt, std::nullopt, std::nullopt, std::nullopt);
         state.setMode(mode);
     } else {

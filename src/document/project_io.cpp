@@ -1,6 +1,7 @@
 #include "document/project_io.h"
 
 #include "document/json_coding.h"
+#include "document/package_path.h"
 #include "platform/atomic_file.h"
 #include "platform/console.h"
 #include "platform/image_io.h"
@@ -190,7 +191,8 @@ void ProjectIO::showSavePanel(std::string defaultName, std::optional<fs::path> d
     dialogs_.showSavePanel(std::move(settings), std::move(completion), std::move(cancelled));
 }
 
-void ProjectIO::save(const fs::path& url, AppState& appState) {
+void ProjectIO::save(const fs::path& packagePath, AppState& appState) {
+    const fs::path url = normalisedPackagePath(packagePath);
     try {
         requirePlainFileNames(appState.images());
         createFolder(url);
@@ -228,7 +230,8 @@ void ProjectIO::save(const fs::path& url, AppState& appState) {
     appState.addRecentProject(url);
 }
 
-void ProjectIO::load(const fs::path& url, AppState& appState) {
+void ProjectIO::load(const fs::path& packagePath, AppState& appState) {
+    const fs::path url = normalisedPackagePath(packagePath);
     LoadedPackage package;
     try {
         package = readPackage(url);
