@@ -11,6 +11,7 @@
 #include "export/upscale/onnx_upscale_tool.h"
 #include "export/upscale/upscale_error.h"
 #include "platform/cancellation.h"
+#include "platform/console.h"
 
 #include <algorithm>
 #include <charconv>
@@ -95,26 +96,32 @@ std::optional<ImageArgument> parseImageArgument(const std::string& text, Wallpap
 }
 
 // How progress reaches standard error: one line per report, or a single line that updates in
-// place on a terminal. Reports may come from several worker threads.
-class ProgressPrinter {
+// place on a terminal. Reports may come from several worker threads. With --verbose the
+// diagnostics pass through here too, above the progress line, so that it stays whole.
+class ProgressPrinter final : public platform::LogSink {
 public:
     ProgressPrinter(std::ostream& err, bool terminal) : err_(err), terminal_(terminal) {}
 
     void report(int current, int total, const std::string& message) {
         std::lock_guard lock(mutex_);
+        const std::string text =
+            "[" + std::to_string(current) + "/" + std::to_string(total) + "] " + message;
         if (terminal_) {
-            err_ << "\r\033[K[" << current << "/" << total << "] " << message << std::flush;
+            err_ << "\r\033[K" << text << std::flush;
+            line_ = text;
             open_ = true;
         } else {
-            err_ << "[" << current << "/" << total << "] " << message << "\n";
+            err_ << text << "\n";
         }
     }
 
-    // A line of its own, between progress reports.
-    void note(const std::string& text) {
+    // A line of its own, above the progress line.
+    void write(std::string_view line) override {
         std::lock_guard lock(mutex_);
-        err_ << (open_ ? "\n" : "") << text << "\n";
-        open_ = false;
+        if (open_) // the diagnostic takes the progress line's place, which is drawn again below
+            err_ << "\r\033[K" << line << "\n" << line_ << std::flush;
+        else
+            err_ << std::string(line) + "\n" << std::flush;
     }
 
     // Ends an in-place line before anything else is written.
@@ -130,6 +137,7 @@ private:
     std::ostream& err_;
     bool terminal_;
     bool open_ = false;
+    std::string line_; // the progress line on screen while open_
 };
 
 std::optional<exporting::HeicExportOptions> parseCanvas(const std::string& value,
@@ -160,9 +168,12 @@ std::optional<exporting::HeicExportOptions> parseCanvas(const std::string& value
 int runExport(const CommandContext& context) {
     // Ctrl-C from here on stops the export cleanly instead of ending the process.
     const bool terminal = &context.err == &std::cerr && ::isatty(STDERR_FILENO);
-    ProgressPrinter printer(context.err, terminal);
+    const auto sharedPrinter = std::make_shared<ProgressPrinter>(context.err, terminal);
+    ProgressPrinter& printer = *sharedPrinter;
+    // Diagnostics, where the command line shows them at all, go through the printer.
+    const platform::ScopedLogSink diagnostics(platform::currentLogSink() ? sharedPrinter : nullptr);
     InterruptStop interrupt([&printer] {
-        printer.note("Stopping at the next step (encoding finishes its frame list first); press "
+        printer.write("Stopping at the next step (encoding finishes its frame list first); press "
                      "Ctrl-C again to quit at once.");
     });
 

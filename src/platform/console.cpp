@@ -35,6 +35,12 @@ void consoleLine(std::string_view line) {
     }
 }
 
+std::shared_ptr<LogSink> currentLogSink() {
+    Logger& log = logger();
+    std::lock_guard lock(log.mutex);
+    return log.sink;
+}
+
 std::shared_ptr<LogSink> installLogSink(std::shared_ptr<LogSink> sink) {
     Logger& log = logger();
     std::lock_guard lock(log.mutex);

@@ -18,6 +18,9 @@ void consoleLine(std::string_view line);
 // pointer silences the log.
 std::shared_ptr<LogSink> installLogSink(std::shared_ptr<LogSink> sink);
 
+// The sink lines go to now; empty while the log is silenced.
+std::shared_ptr<LogSink> currentLogSink();
+
 // Installs a sink for one scope, then puts the former one back.
 class ScopedLogSink {
 public:
@@ -26,9 +29,6 @@ public:
     ~ScopedLogSink() { installLogSink(std::move(previous_)); }
     ScopedLogSink(const ScopedLogSink&) = delete;
     ScopedLogSink& operator=(const ScopedLogSink&) = delete;
-
-    // The sink that was installed before this one.
-    const std::shared_ptr<LogSink>& previous() const { return previous_; }
 
 private:
     std::shared_ptr<LogSink> previous_;
