@@ -171,6 +171,8 @@ TEST_F(ProjectIOTest, AProjectFileThatCannotBeWrittenWholeLeavesTheFormerOne) {
     EXPECT_EQ(dialogs.alerts[0].message, "Save Failed");
     EXPECT_THAT(dialogs.alerts[0].informativeText, ::testing::HasSubstr("project.json"));
     EXPECT_EQ(readText(package / "project.json"), saved);
+    EXPECT_EQ(std::distance(fs::directory_iterator(package), fs::directory_iterator()), 2)
+        << "nothing but project.json and images: the partial file is gone";
     EXPECT_TRUE(state.isDirty());
 }
 
