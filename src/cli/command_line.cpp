@@ -60,10 +60,8 @@ int dispatch(const std::vector<std::string>& arguments, std::ostream& out, std::
     }
     for (const auto& command : commands) {
         if (command.name == name) {
-            const CommandContext context{{arguments.begin() + static_cast<std::ptrdiff_t>(first) + 1,
-                                          arguments.end()},
-                                         out,
-                                         err};
+            const auto rest = arguments.begin() + static_cast<std::ptrdiff_t>(first) + 1;
+            const CommandContext context{{rest, arguments.end()}, out, err};
             return command.run(context);
         }
     }

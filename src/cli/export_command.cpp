@@ -262,9 +262,10 @@ int runExport(const CommandContext& context) {
     std::error_code notADirectory;
     // "Trip.lvesper/", as shell completion gives it, names the package too.
     const auto packagePath = document::normalisedPackagePath(imageTexts[0]);
-    const bool isPackage = imageTexts.size() == 1 &&
-                           packagePath.extension() == std::string(".") + document::packageExtension &&
-                           std::filesystem::is_directory(packagePath, notADirectory);
+    const bool isPackage =
+        imageTexts.size() == 1 &&
+        packagePath.extension() == std::string(".") + document::packageExtension &&
+        std::filesystem::is_directory(packagePath, notADirectory);
     if (isPackage) {
         // A saved project: its images, values and mode, as the application would open it.
         document::LoadedPackage package;

@@ -46,8 +46,8 @@ FileWriteError::FileWriteError(const fs::path& file, std::error_code cause)
 
 void writeFileAtomically(const fs::path& file, std::string_view contents, unsigned permissions) {
     // Hidden, unique and in the same folder, so that the rename stays on one file system.
-    const fs::path temporary =
-        file.parent_path() / ("." + file.filename().string() + ".tmp-" + Uuid::generate().toString());
+    const fs::path temporary = file.parent_path() / ("." + file.filename().string() + ".tmp-" +
+                                                     Uuid::generate().toString());
     FileDescriptor descriptor(::open(temporary.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC,
                                      static_cast<mode_t>(permissions)));
     if (!descriptor.valid())

@@ -52,7 +52,9 @@ void RotatingFileLogSink::open() {
 void RotatingFileLogSink::rotate() {
     stream_.close();
     std::error_code ignored;
-    const auto numbered = [&](int n) { return fs::path(file().string() + "." + std::to_string(n)); };
+    const auto numbered = [&](int n) {
+        return fs::path(file().string() + "." + std::to_string(n));
+    };
     fs::remove(numbered(keptFiles_), ignored);
     for (int n = keptFiles_ - 1; n >= 1; --n)
         fs::rename(numbered(n), numbered(n + 1), ignored);

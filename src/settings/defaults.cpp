@@ -124,30 +124,24 @@ std::optional<std::vector<std::uint8_t>> Defaults::data(const std::string& key) 
 }
 
 void Defaults::setString(const std::string& key, const std::string& value) {
-    modify([&](nlohmann::json& values) {
-        values[key] = value;
-        return true;
-    });
+    store(key, value);
 }
 
 void Defaults::setBoolean(const std::string& key, bool value) {
-    modify([&](nlohmann::json& values) {
-        values[key] = value;
-        return true;
-    });
+    store(key, value);
 }
 
 void Defaults::setInteger(const std::string& key, std::int64_t value) {
-    modify([&](nlohmann::json& values) {
-        values[key] = value;
-        return true;
-    });
+    store(key, value);
 }
 
 void Defaults::setData(const std::string& key, const std::vector<std::uint8_t>& value) {
-    const nlohmann::json encoded{{"data", platform::encodeBase64(value)}};
+    store(key, nlohmann::json{{"data", platform::encodeBase64(value)}});
+}
+
+void Defaults::store(const std::string& key, nlohmann::json value) {
     modify([&](nlohmann::json& values) {
-        values[key] = encoded;
+        values[key] = value;
         return true;
     });
 }
@@ -163,7 +157,8 @@ std::string Defaults::stringOrInsert(const std::string& key,
     std::string result;
     modify([&](nlohmann::json& values) {
         const auto found = values.find(key);
-        if (found != values.end() && found->is_string() && !found->get_ref<const std::string&>().empty()) {
+        if (found != values.end() && found->is_string() &&
+            !found->get_ref<const std::string&>().empty()) {
             result = found->get<std::string>();
             return false;
         }

@@ -43,6 +43,7 @@ public:
     const std::filesystem::path& file() const { return file_; }
 
 private:
+    void store(const std::string& key, nlohmann::json value);
     // Under both locks: `change` edits the values stored now and says whether it changed them;
     // a change is written at once.
     void modify(const std::function<bool(nlohmann::json&)>& change);

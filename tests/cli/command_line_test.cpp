@@ -110,7 +110,8 @@ TEST_F(CommandLineTest, APackageExportsInTheSpellingsAShellGives) {
     }
     std::ofstream(folder.path() / "Trip.lvesper" / "project.json")
         << nlohmann::json(project).dump();
-    for (const std::string spelling : {"Trip.lvesper/", "./Trip.lvesper", "sub/../Trip.lvesper//"}) {
+    for (const std::string spelling :
+         {"Trip.lvesper/", "./Trip.lvesper", "sub/../Trip.lvesper//"}) {
         fs::remove(output);
         const ProgramRun result = run({"export", spelling, "-o", output});
         EXPECT_EQ(result.exitCode, 0) << spelling << ": " << result.err;
