@@ -2,6 +2,7 @@
 #include "cli/interrupt_stop.h"
 #include "cli/number_argument.h"
 #include "document/app_state.h"
+#include "document/package_path.h"
 #include "document/project_io.h"
 #include "export/export_options.h"
 #include "export/heic_generator.h"
@@ -10,6 +11,7 @@
 #include "export/upscale/onnx_upscale_tool.h"
 #include "export/upscale/upscale_error.h"
 #include "platform/cancellation.h"
+#include "platform/console.h"
 
 #include <algorithm>
 #include <charconv>
@@ -94,26 +96,32 @@ std::optional<ImageArgument> parseImageArgument(const std::string& text, Wallpap
 }
 
 // How progress reaches standard error: one line per report, or a single line that updates in
-// place on a terminal. Reports may come from several worker threads.
-class ProgressPrinter {
+// place on a terminal. Reports may come from several worker threads. With --verbose the
+// diagnostics pass through here too, above the progress line, so that it stays whole.
+class ProgressPrinter final : public platform::LogSink {
 public:
     ProgressPrinter(std::ostream& err, bool terminal) : err_(err), terminal_(terminal) {}
 
     void report(int current, int total, const std::string& message) {
         std::lock_guard lock(mutex_);
+        const std::string text =
+            "[" + std::to_string(current) + "/" + std::to_string(total) + "] " + message;
         if (terminal_) {
-            err_ << "\r\033[K[" << current << "/" << total << "] " << message << std::flush;
+            err_ << "\r\033[K" << text << std::flush;
+            line_ = text;
             open_ = true;
         } else {
-            err_ << "[" << current << "/" << total << "] " << message << "\n";
+            err_ << text << "\n";
         }
     }
 
-    // A line of its own, between progress reports.
-    void note(const std::string& text) {
+    // A line of its own, above the progress line.
+    void write(std::string_view line) override {
         std::lock_guard lock(mutex_);
-        err_ << (open_ ? "\n" : "") << text << "\n";
-        open_ = false;
+        if (open_) // the diagnostic takes the progress line's place, which is drawn again below
+            err_ << "\r\033[K" << line << "\n" << line_ << std::flush;
+        else
+            err_ << std::string(line) + "\n" << std::flush;
     }
 
     // Ends an in-place line before anything else is written.
@@ -129,6 +137,7 @@ private:
     std::ostream& err_;
     bool terminal_;
     bool open_ = false;
+    std::string line_; // the progress line on screen while open_
 };
 
 std::optional<exporting::HeicExportOptions> parseCanvas(const std::string& value,
@@ -159,9 +168,12 @@ std::optional<exporting::HeicExportOptions> parseCanvas(const std::string& value
 int runExport(const CommandContext& context) {
     // Ctrl-C from here on stops the export cleanly instead of ending the process.
     const bool terminal = &context.err == &std::cerr && ::isatty(STDERR_FILENO);
-    ProgressPrinter printer(context.err, terminal);
+    const auto sharedPrinter = std::make_shared<ProgressPrinter>(context.err, terminal);
+    ProgressPrinter& printer = *sharedPrinter;
+    // Diagnostics, where the command line shows them at all, go through the printer.
+    const platform::ScopedLogSink diagnostics(platform::currentLogSink() ? sharedPrinter : nullptr);
     InterruptStop interrupt([&printer] {
-        printer.note("Stopping after the frame in hand; press Ctrl-C again to quit at once.");
+        printer.write("Stopping after the frame in hand; press Ctrl-C again to quit at once.");
     });
 
     std::vector<std::string> imageTexts;
@@ -247,15 +259,17 @@ int runExport(const CommandContext& context) {
 
     document::AppState state;
     std::error_code notADirectory;
-    const bool isPackage = imageTexts.size() == 1 &&
-                           std::filesystem::path(imageTexts[0]).extension() ==
-                               std::string(".") + document::packageExtension &&
-                           std::filesystem::is_directory(imageTexts[0], notADirectory);
+    // "Trip.lvesper/", as shell completion gives it, names the package too.
+    const auto packagePath = document::normalisedPackagePath(imageTexts[0]);
+    const bool isPackage =
+        imageTexts.size() == 1 &&
+        packagePath.extension() == std::string(".") + document::packageExtension &&
+        std::filesystem::is_directory(packagePath, notADirectory);
     if (isPackage) {
         // A saved project: its images, values and mode, as the application would open it.
         document::LoadedPackage package;
         try {
-            package = document::readPackage(imageTexts[0]);
+            package = document::readPackage(packagePath);
         } catch (const document::ProjectPackageError& failure) {
             context.err << "lumivesper-cli export: Could not load project: "
                         << failure.description() << "\n";
@@ -270,7 +284,7 @@ int runExport(const CommandContext& context) {
         }
         if (!modeGiven)
             mode = package.project.mode;
-        state.openProject(std::move(package.project.images), package.project.mode, imageTexts[0],
+        state.openProject(std::move(package.project.images), package.project.mode, packagePath,
                           std::nullopt, std::nullopt, std::nullopt, std::nullopt);
         state.setMode(mode);
     } else {

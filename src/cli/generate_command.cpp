@@ -1,6 +1,6 @@
 #include "cli/command.h"
 #include "generation/client_side_image_generator.h"
-#include "platform/uuid.h"
+#include "platform/atomic_file.h"
 #include "settings/defaults.h"
 #include "settings/server_config.h"
 
@@ -51,20 +51,8 @@ std::optional<generation::Bytes> readFile(const std::filesystem::path& path) {
 
 // Temporary file and rename, so a reader never sees half an image.
 void writeAtomically(const std::filesystem::path& path, const generation::Bytes& bytes) {
-    const auto temporary = path.parent_path() / ("." + path.filename().string() + "." +
-                                                 platform::Uuid::generate().toString());
-    {
-        std::ofstream file(temporary, std::ios::binary | std::ios::trunc);
-        file.write(reinterpret_cast<const char*>(bytes.data()),
-                   static_cast<std::streamsize>(bytes.size()));
-        file.close();
-        if (!file) {
-            std::error_code ignored;
-            std::filesystem::remove(temporary, ignored);
-            throw std::runtime_error("Could not write " + path.string());
-        }
-    }
-    std::filesystem::rename(temporary, path);
+    platform::writeFileAtomically(
+        path, std::string_view(reinterpret_cast<const char*>(bytes.data()), bytes.size()));
 }
 
 // Files are named by place in the sequence: the base frame is "original.png", relit phase i of

@@ -143,8 +143,9 @@ int runSun(const CommandContext& context) {
         instant = *parsed;
     }
 
+    // The arguments were checked to be finite above, so there is always a position.
     const auto position =
-        sun::solarPosition(instant, sun::TimeZone::current(), *latitude, *longitude);
+        *sun::solarPosition(instant, sun::TimeZone::current(), *latitude, *longitude);
     char line[64];
     std::snprintf(line, sizeof line, "altitude %.3f\nazimuth %.3f\n", position.altitude,
                   position.azimuth);

@@ -163,7 +163,7 @@ fs::path pictureNow(const AppliedBackground& applied, std::chrono::system_clock:
         if (!applied.location)
             return applied.frames.light;
         const auto sun = sun::solarPosition(now, zone, location.latitude, location.longitude);
-        return sun.altitude >= 0 ? applied.frames.light : applied.frames.dark;
+        return sun && sun->altitude < 0 ? applied.frames.dark : applied.frames.light;
     }
     const auto midnight = localMidnight(now, zone);
     const auto schedule = scheduleDay(applied.frames.frames, location, midnight, zone);

@@ -1,5 +1,7 @@
 #include "desktop/sun_schedule.h"
 
+#include "desktop/desktop_background_error.h"
+
 #include "sun/solar_position.h"
 #include "sun/solar_time_samples.h"
 
@@ -32,9 +34,13 @@ std::vector<ScheduledChange> scheduleDay(const std::vector<BackgroundFrame>& fra
                                          std::chrono::system_clock::time_point midnight,
                                          const sun::TimeZone& zone) {
     std::vector<sun::SolarPosition> samples;
-    for (int second = 0; second < secondsPerDay; second += sampleStep)
-        samples.push_back(sun::solarPosition(midnight + std::chrono::seconds(second), zone,
-                                             location.latitude, location.longitude));
+    for (int second = 0; second < secondsPerDay; second += sampleStep) {
+        const auto sun = sun::solarPosition(midnight + std::chrono::seconds(second), zone,
+                                            location.latitude, location.longitude);
+        if (!sun)
+            throw DesktopBackgroundError("The location is not a place on Earth.");
+        samples.push_back(*sun);
+    }
     std::vector<ScheduledChange> schedule;
     for (std::size_t n = 0; n < frames.size(); ++n) {
         const auto& frame = frames[n];

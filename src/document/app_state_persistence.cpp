@@ -2,6 +2,7 @@
 // client's identity and resumption keys against the generation server.
 #include "document/app_state.h"
 #include "document/json_coding.h"
+#include "document/package_path.h"
 #include "platform/console.h"
 #include "settings/defaults.h"
 
@@ -18,7 +19,8 @@ std::string displayNamesDescription(const std::vector<RecentProject>& projects) 
     for (std::size_t i = 0; i < projects.size(); ++i) {
         if (i > 0)
             text += ", ";
-        text += nlohmann::json(projects[i].displayName).dump();
+        text += nlohmann::json(projects[i].displayName)
+                    .dump(-1, ' ', false, nlohmann::json::error_handler_t::replace);
     }
     return text + "]";
 }
@@ -57,13 +59,16 @@ void AppState::loadRecentProjects() {
 }
 
 void AppState::addRecentProject(const std::filesystem::path& url) {
-    const std::string path = url.string();
+    const std::string path = normalisedPackagePath(url).string();
     if (path.empty()) {
         platform::consoleLine("⚠️ addRecentProject: empty path");
         return;
     }
     platform::consoleLine("➕ Adding recent project: " + path);
-    std::erase_if(recentProjects_, [&](const RecentProject& entry) { return entry.path == path; });
+    // Entries stored in another spelling of the same package count as the same.
+    std::erase_if(recentProjects_, [&](const RecentProject& entry) {
+        return normalisedPackagePath(entry.path).string() == path;
+    });
     recentProjects_.insert(
         recentProjects_.begin(),
         RecentProject{path, recentDisplayName(path), std::chrono::system_clock::now()});
@@ -78,14 +83,10 @@ void AppState::addRecentProject(const std::filesystem::path& url) {
 void AppState::saveRecentProjects() {
     if (!defaults_)
         return;
-    std::string encoded;
-    try {
-        encoded = nlohmann::json(recentProjects_).dump();
-    } catch (const std::exception& error) {
-        // Invalid UTF-8 in a path is the one way encoding fails.
-        platform::consoleLine(std::string("Failed to save recent projects: ") + error.what());
-        return;
-    }
+    // A path that is not UTF-8 is stored with replacement characters: that one entry will not
+    // open again, but the others keep being saved.
+    const std::string encoded = nlohmann::json(recentProjects_).dump(
+        -1, ' ', false, nlohmann::json::error_handler_t::replace);
     defaults_->setData(recentProjectsKey,
                        std::vector<std::uint8_t>(encoded.begin(), encoded.end()));
     platform::consoleLine("💾 Saved " + std::to_string(recentProjects_.size()) +
@@ -101,12 +102,7 @@ void AppState::clearRecentProjects() {
 void AppState::loadGenerationState() {
     if (!defaults_)
         return;
-    if (auto stored = defaults_->string(clientIdKey); stored && !stored->empty()) {
-        clientId_ = *stored;
-    } else {
-        clientId_ = Uuid::generate().toString();
-        defaults_->setString(clientIdKey, clientId_);
-    }
+    clientId_ = defaults_->stringOrInsert(clientIdKey, [] { return Uuid::generate().toString(); });
     // Each setter persists all three fields, so the first one removes the two keys not read yet:
     // after a launch only the job id survives. The order is deliberate; keep it.
     setCurrentGenerationJobId(defaults_->string(currentGenerationJobIdKey));

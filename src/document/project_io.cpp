@@ -1,6 +1,8 @@
 #include "document/project_io.h"
 
 #include "document/json_coding.h"
+#include "document/package_path.h"
+#include "platform/atomic_file.h"
 #include "platform/console.h"
 #include "platform/image_io.h"
 
@@ -8,6 +10,7 @@
 #include <memory>
 #include <sstream>
 #include <system_error>
+#include <unordered_set>
 
 namespace lumivesper::document {
 
@@ -29,6 +32,17 @@ void requirePlainFileNames(const std::vector<WallpaperImage>& images) {
         if (!isPlainFileName(image.fileName))
             throw ProjectPackageError("The image file name \"" + image.fileName +
                                       "\" would lie outside the package's images folder.");
+}
+
+// The document keys its images by id (sorting, selection, undo); a file with a repeated id would
+// open and then fail at the first edit, so it is refused here like any other malformed file.
+void requireUniqueIds(const std::vector<WallpaperImage>& images) {
+    std::unordered_set<Uuid> seen;
+    for (const auto& image : images)
+        if (!seen.insert(image.id).second)
+            throw ProjectPackageError("The image id " + image.id.toString() +
+                                      " appears more than once in \"" +
+                                      std::string(projectFileName) + "\".");
 }
 
 std::string readProjectFile(const fs::path& file) {
@@ -88,13 +102,13 @@ void copyIntoPackage(const WallpaperImage& image, const fs::path& to) {
 void writeProjectFile(const fs::path& file, const Project& project) {
     // Pretty and sorted: nlohmann's object keeps its keys in lexicographic order.
     const std::string text = nlohmann::json(project).dump(2);
-    std::ofstream out(file, std::ios::binary | std::ios::trunc);
-    out << text;
-    out.flush();
-    if (!out)
-        throw ProjectPackageError(
-            "The file \"" + std::string(projectFileName) +
-            "\" couldn't be written: " + std::generic_category().message(errno) + ".");
+    // Replaced whole, so that a crash or a full disk leaves the former project readable.
+    try {
+        platform::writeFileAtomically(file, text);
+    } catch (const platform::FileWriteError& error) {
+        throw ProjectPackageError("The file \"" + std::string(projectFileName) +
+                                  "\" couldn't be written: " + error.code().message() + ".");
+    }
 }
 
 void createFolder(const fs::path& folder) {
@@ -118,6 +132,7 @@ LoadedPackage readPackage(const fs::path& url) {
     LoadedPackage package;
     package.project = decodeProject(readProjectFile(url / projectFileName));
     requirePlainFileNames(package.project.images);
+    requireUniqueIds(package.project.images);
     for (auto& image : package.project.images) {
         const fs::path path = url / imagesFolderName / image.fileName;
         std::error_code error;
@@ -176,7 +191,8 @@ void ProjectIO::showSavePanel(std::string defaultName, std::optional<fs::path> d
     dialogs_.showSavePanel(std::move(settings), std::move(completion), std::move(cancelled));
 }
 
-void ProjectIO::save(const fs::path& url, AppState& appState) {
+void ProjectIO::save(const fs::path& packagePath, AppState& appState) {
+    const fs::path url = normalisedPackagePath(packagePath);
     try {
         requirePlainFileNames(appState.images());
         createFolder(url);
@@ -214,7 +230,8 @@ void ProjectIO::save(const fs::path& url, AppState& appState) {
     appState.addRecentProject(url);
 }
 
-void ProjectIO::load(const fs::path& url, AppState& appState) {
+void ProjectIO::load(const fs::path& packagePath, AppState& appState) {
+    const fs::path url = normalisedPackagePath(packagePath);
     LoadedPackage package;
     try {
         package = readPackage(url);

@@ -58,6 +58,9 @@ public:
                        std::function<void(std::filesystem::path)> completion,
                        std::function<void()> cancelled = {});
 
+    // Both take the package's path in any spelling (relative, with a trailing separator) and use
+    // its normalised form, which is what the document and the recent list remember.
+    //
     // Copies the images that are not in the package yet, writes project.json, marks the document
     // saved and remembers the package among the recent projects. A failure shows "Save Failed"
     // and leaves the path and dirty flag as they were.

@@ -137,11 +137,8 @@ std::string TokenManager::fetchToken(std::stop_token stop) {
 }
 
 std::string TokenManager::deviceId() {
-    if (auto stored = defaults_.string(deviceIdKey))
-        return *stored;
-    const std::string created = platform::Uuid::generate().toString();
-    defaults_.setString(deviceIdKey, created);
-    return created;
+    return defaults_.stringOrInsert(deviceIdKey,
+                                    [] { return platform::Uuid::generate().toString(); });
 }
 
 } // namespace lumivesper::generation

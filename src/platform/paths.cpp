@@ -33,6 +33,10 @@ std::filesystem::path configHome() {
     return xdgDirectory("XDG_CONFIG_HOME", ".config");
 }
 
+std::filesystem::path stateHome() {
+    return xdgDirectory("XDG_STATE_HOME", ".local/state");
+}
+
 std::filesystem::path temporaryDirectory() {
     return std::filesystem::temp_directory_path();
 }

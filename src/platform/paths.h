@@ -8,6 +8,8 @@ namespace lumivesper::platform {
 std::filesystem::path dataHome();
 // $XDG_CONFIG_HOME, or ~/.config.
 std::filesystem::path configHome();
+// $XDG_STATE_HOME, or ~/.local/state: logs and other state worth keeping across runs.
+std::filesystem::path stateHome();
 // The system's temporary folder.
 std::filesystem::path temporaryDirectory();
 

@@ -1,7 +1,9 @@
 #include "settings/defaults.h"
 
+#include "platform/atomic_file.h"
 #include "platform/base64.h"
 #include "platform/console.h"
+#include "platform/file_lock.h"
 #include "platform/paths.h"
 
 #include <chrono>
@@ -9,7 +11,6 @@
 #include <fstream>
 #include <sstream>
 #include <system_error>
-#include <unistd.h>
 
 namespace lumivesper::settings {
 
@@ -26,23 +27,43 @@ std::string timestamp() {
     return std::to_string(std::chrono::duration_cast<std::chrono::milliseconds>(now).count());
 }
 
-// Keeps the unreadable file for the user to inspect; the store then starts over. Returns false
-// when no copy could be made, in which case the original must not be overwritten.
+// Keeps the unreadable file for the user to inspect. Returns false when it could not be moved,
+// in which case it must not be overwritten.
 bool setAside(const fs::path& file, const std::string& reason) {
-    const fs::path copy = file.string() + ".corrupt-" + timestamp();
+    const fs::path aside = file.string() + ".corrupt-" + timestamp();
     std::error_code error;
-    fs::copy_file(file, copy, fs::copy_options::overwrite_existing, error);
+    fs::rename(file, aside, error);
     if (error) {
-        platform::consoleLine("⚠️ Warning: settings file " + file.string() +
-                              " is unreadable (" + reason +
-                              ") and could not be copied aside: " + error.message() +
-                              "; starting with empty settings that will not be saved");
+        platform::consoleLine("⚠️ Warning: settings file " + file.string() + " is unreadable (" +
+                              reason + ") and could not be renamed aside: " + error.message() +
+                              "; changes to settings will not be saved");
         return false;
     }
     platform::consoleLine("⚠️ Warning: settings file " + file.string() + " is unreadable (" +
-                          reason + "); kept a copy at " + copy.string() +
+                          reason + "); renamed it to " + aside.string() +
                           " and started with empty settings");
     return true;
+}
+
+// What the file holds now: its object, or an empty one when there is no file. Nothing when the
+// file is unreadable and stays where it is.
+std::optional<nlohmann::json> readStored(const fs::path& file) {
+    std::ifstream in(file, std::ios::binary);
+    if (!in) {
+        std::error_code error;
+        if (!fs::exists(file, error) && !error)
+            return nlohmann::json::object();
+        return setAside(file, "cannot open it") ? std::optional(nlohmann::json::object())
+                                                : std::nullopt;
+    }
+    std::stringstream buffer;
+    buffer << in.rdbuf();
+    auto parsed = nlohmann::json::parse(buffer.str(), nullptr, false);
+    if (parsed.is_object())
+        return parsed;
+    if (!setAside(file, parsed.is_discarded() ? "not valid JSON" : "not a JSON object"))
+        return std::nullopt;
+    return nlohmann::json::object();
 }
 
 } // namespace
@@ -57,23 +78,14 @@ Defaults::Defaults(fs::path file) : file_(std::move(file)), values_(nlohmann::js
     std::error_code error;
     if (!fs::exists(file_, error))
         return;
-    std::ifstream in(file_, std::ios::binary);
-    if (!in) {
-        writable_ = setAside(file_, "cannot open it");
-        return;
-    }
-    std::stringstream buffer;
-    buffer << in.rdbuf();
-    auto parsed = nlohmann::json::parse(buffer.str(), nullptr, false);
-    if (parsed.is_discarded()) {
-        writable_ = setAside(file_, "not valid JSON");
-        return;
-    }
-    if (!parsed.is_object()) {
-        writable_ = setAside(file_, "not a JSON object");
-        return;
-    }
-    values_ = std::move(parsed);
+    // Under the lock, so that a file another process is repairing is not set aside twice.
+    const platform::FileLock lock(lockFile());
+    if (auto stored = readStored(file_))
+        values_ = std::move(*stored);
+}
+
+fs::path Defaults::lockFile() const {
+    return file_.string() + ".lock";
 }
 
 std::optional<std::string> Defaults::string(const std::string& key) const {
@@ -112,63 +124,75 @@ std::optional<std::vector<std::uint8_t>> Defaults::data(const std::string& key) 
 }
 
 void Defaults::setString(const std::string& key, const std::string& value) {
-    std::lock_guard lock(mutex_);
-    values_[key] = value;
-    writeLocked();
+    store(key, value);
 }
 
 void Defaults::setBoolean(const std::string& key, bool value) {
-    std::lock_guard lock(mutex_);
-    values_[key] = value;
-    writeLocked();
+    store(key, value);
 }
 
 void Defaults::setInteger(const std::string& key, std::int64_t value) {
-    std::lock_guard lock(mutex_);
-    values_[key] = value;
-    writeLocked();
+    store(key, value);
 }
 
 void Defaults::setData(const std::string& key, const std::vector<std::uint8_t>& value) {
-    std::lock_guard lock(mutex_);
-    values_[key] = nlohmann::json{{"data", platform::encodeBase64(value)}};
-    writeLocked();
+    store(key, nlohmann::json{{"data", platform::encodeBase64(value)}});
+}
+
+void Defaults::store(const std::string& key, nlohmann::json value) {
+    modify([&](nlohmann::json& values) {
+        values[key] = value;
+        return true;
+    });
 }
 
 void Defaults::remove(const std::string& key) {
-    std::lock_guard lock(mutex_);
-    if (values_.erase(key) == 0)
-        return;
-    writeLocked();
+    modify([&](nlohmann::json& values) { return values.erase(key) > 0; });
+}
+
+std::string Defaults::stringOrInsert(const std::string& key,
+                                     const std::function<std::string()>& make) {
+    if (auto known = string(key); known && !known->empty())
+        return *known;
+    std::string result;
+    modify([&](nlohmann::json& values) {
+        const auto found = values.find(key);
+        if (found != values.end() && found->is_string() &&
+            !found->get_ref<const std::string&>().empty()) {
+            result = found->get<std::string>();
+            return false;
+        }
+        result = make();
+        values[key] = result;
+        return true;
+    });
+    return result;
 }
 
 // A failed write keeps the values in memory and warns: preferences are not worth a crash, and the
-// old file stays intact because the rename never happened.
-void Defaults::writeLocked() const {
-    if (!writable_)
-        return;
+// old file stays whole because it is only ever replaced by a rename.
+void Defaults::modify(const std::function<bool(nlohmann::json&)>& change) {
+    std::lock_guard lock(mutex_);
     std::error_code error;
     fs::create_directories(file_.parent_path(), error);
-    const fs::path temporary = file_.string() + ".tmp-" + std::to_string(::getpid()) + "-" +
-                               std::to_string(reinterpret_cast<std::uintptr_t>(this));
-    {
-        std::ofstream out(temporary, std::ios::binary | std::ios::trunc);
+    const platform::FileLock fileLock(lockFile());
+    std::optional<nlohmann::json> stored = readStored(file_);
+    if (!stored) {
+        change(values_); // the unreadable file stays; the change lives until the process ends
+        return;
+    }
+    const bool changed = change(*stored);
+    values_ = std::move(*stored);
+    if (!changed)
+        return;
+    try {
         // A string that is not UTF-8 (a path from an old file system) is written with replacement
         // characters rather than failing the whole file.
-        out << values_.dump(2, ' ', false, nlohmann::json::error_handler_t::replace) << '\n';
-        out.flush();
-        if (!out) {
-            platform::consoleLine("⚠️ Warning: could not write settings file " +
-                                  temporary.string());
-            fs::remove(temporary, error);
-            return;
-        }
-    }
-    fs::rename(temporary, file_, error);
-    if (error) {
-        platform::consoleLine("⚠️ Warning: could not replace settings file " + file_.string() +
-                              ": " + error.message());
-        fs::remove(temporary, error);
+        platform::writeFileAtomically(
+            file_, values_.dump(2, ' ', false, nlohmann::json::error_handler_t::replace) + "\n",
+            0600);
+    } catch (const platform::FileWriteError& failure) {
+        platform::consoleLine(std::string("⚠️ Warning: settings not saved: ") + failure.what());
     }
 }
 

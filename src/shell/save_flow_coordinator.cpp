@@ -1,6 +1,7 @@
 #include "shell/save_flow_coordinator.h"
 
 #include "document/app_state.h"
+#include "document/package_path.h"
 #include "document/project_io.h"
 #include "platform/dialogs.h"
 #include "shell/app_ui_state.h"
@@ -23,8 +24,10 @@ std::string lowercased(std::string text) {
 
 void SaveFlowCoordinator::saveChosen(const std::filesystem::path& url,
                                      document::AppState& appState) {
-    uiState_.setLastSaveDirectory(url.parent_path());
-    projectIO_.save(url, appState);
+    // What the user typed in the panel may lack the extension.
+    const std::filesystem::path package = document::packagePathForSaving(url);
+    uiState_.setLastSaveDirectory(package.parent_path());
+    projectIO_.save(package, appState);
 }
 
 void SaveFlowCoordinator::confirmUnsaved(const std::string& actionName,

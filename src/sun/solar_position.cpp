@@ -35,9 +35,12 @@ ClockReading readClock(std::chrono::system_clock::time_point date, int offsetSec
 
 } // namespace
 
-SolarPosition solarPosition(std::chrono::system_clock::time_point date, const TimeZone& zone,
-                            double latitude, double longitude, SolarTerms* terms) {
+std::optional<SolarPosition> solarPosition(std::chrono::system_clock::time_point date,
+                                           const TimeZone& zone, double latitude, double longitude,
+                                           SolarTerms* terms) {
     using namespace std::chrono;
+    if (!std::isfinite(latitude) || !std::isfinite(longitude))
+        return std::nullopt;
     const double unixSeconds = duration<double>(date.time_since_epoch()).count();
     const double T = (unixSeconds / 86400.0 + 2440587.5 - 2451545.0) / 36525.0;
 
@@ -65,10 +68,12 @@ SolarPosition solarPosition(std::chrono::system_clock::time_point date, const Ti
 
     double S =
         (clock.hour * 60.0 + clock.minute + clock.second / 60.0) + (4.0 * longitude + E - 60.0 * Z);
-    while (S < 0)
+    // The remainder, not repeated steps: a huge longitude must cost no more than a small one.
+    S = std::fmod(S, 1440.0);
+    if (S < 0)
         S += 1440.0;
-    while (S >= 1440.0)
-        S -= 1440.0;
+    if (S >= 1440.0) // a tiny negative remainder plus 1440 rounds up to 1440
+        S = 0.0;
 
     const double C = (1.914602 - T * (0.004817 + T * 0.000014)) * std::sin(m) +
                      (0.019993 - 0.000101 * T) * std::sin(2 * m) + 0.000289 * std::sin(3 * m);

@@ -3,6 +3,7 @@
 #include "sun/time_zone.h"
 
 #include <chrono>
+#include <optional>
 
 namespace lumivesper::sun {
 
@@ -18,8 +19,10 @@ struct SolarTerms {
 };
 
 // The NOAA solar calculator (after Meeus) for an instant seen on a clock in `zone`, at a place
-// (latitude positive north, longitude positive east). Pure; callable from any thread.
-SolarPosition solarPosition(std::chrono::system_clock::time_point date, const TimeZone& zone,
-                            double latitude, double longitude, SolarTerms* terms = nullptr);
+// (latitude positive north, longitude positive east). Pure; callable from any thread. No position
+// for a latitude or longitude that is not a finite number (typed text can be "inf" or "nan").
+std::optional<SolarPosition> solarPosition(std::chrono::system_clock::time_point date,
+                                           const TimeZone& zone, double latitude, double longitude,
+                                           SolarTerms* terms = nullptr);
 
 } // namespace lumivesper::sun

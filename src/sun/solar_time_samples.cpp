@@ -27,7 +27,7 @@ SolarPosition referenceSunPosition(double hour) {
     using namespace std::chrono;
     const sys_seconds equinox = sys_days{year{2024} / March / 20};
     const auto offset = round<system_clock::duration>(duration<double>(hour * 3600.0));
-    return solarPosition(equinox + offset, TimeZone::utc(), 40.0, 0.0);
+    return *solarPosition(equinox + offset, TimeZone::utc(), 40.0, 0.0); // a finite place
 }
 
 std::span<const SolarTimeSample> solarTimeSamples() {

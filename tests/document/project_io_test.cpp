@@ -1,3 +1,4 @@
+#include "../support/file_size_limit.h"
 #include "../support/scripted_dialogs.h"
 #include "../support/temporary_folder.h"
 #include "document/json_coding.h"
@@ -157,6 +158,24 @@ TEST_F(ProjectIOTest, FailedSaveNamesTheCauseAndKeepsTheDocumentDirty) {
               "earlier"); // a failed copy loses nothing
 }
 
+TEST_F(ProjectIOTest, AProjectFileThatCannotBeWrittenWholeLeavesTheFormerOne) {
+    state.addImage(imported("dawn.png"));
+    io.save(package, state);
+    const std::string saved = readText(package / "project.json");
+    state.setMode(WallpaperMode::appearance);
+    {
+        testing::FileSizeLimit fullDisk(saved.size() / 2);
+        io.save(package, state);
+    }
+    ASSERT_EQ(dialogs.alerts.size(), 1u);
+    EXPECT_EQ(dialogs.alerts[0].message, "Save Failed");
+    EXPECT_THAT(dialogs.alerts[0].informativeText, ::testing::HasSubstr("project.json"));
+    EXPECT_EQ(readText(package / "project.json"), saved);
+    EXPECT_EQ(std::distance(fs::directory_iterator(package), fs::directory_iterator()), 2)
+        << "nothing but project.json and images: the partial file is gone";
+    EXPECT_TRUE(state.isDirty());
+}
+
 TEST_F(ProjectIOTest, HandWrittenPackageLoadsWhatItCanAndListsMissingImagesByName) {
     json images = json::array({record("a.png"), record("b.png"), record("c.png"), record("x.png")});
     images[1]["comment"] = "from a newer version";
@@ -197,6 +216,11 @@ TEST_F(ProjectIOTest, UnreadablePackagesFailToLoadAndLeaveTheDocument) {
     for (const std::string name :
          {"../outside.png", "sub/x.png", "sub\\x.png", "..", ".", "", "/etc/passwd"})
         texts.push_back(projectOf(json::array({record(name)})).dump());
+    // Two images with one id: the first sorting edit would stop the process.
+    const json first = record("a.png");
+    json twin = record("b.png");
+    twin["id"] = first["id"];
+    texts.push_back(projectOf(json::array({first, twin})).dump());
     state.addImage(imported("kept.png"));
     const fs::path url = folder.path() / "Bad.lvesper";
     writeImage(url / "images" / "sub" / "x.png");

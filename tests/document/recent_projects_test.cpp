@@ -1,5 +1,7 @@
+#include "../support/scripted_dialogs.h"
 #include "../support/temporary_folder.h"
 #include "document/app_state.h"
+#include "document/project_io.h"
 #include "settings/defaults.h"
 
 #include <gtest/gtest.h>
@@ -80,6 +82,32 @@ TEST_F(PersistedStateTest, ListStartsEmptyWhenAbsentOrUndecodableAndIsKeptUntilT
     EXPECT_TRUE(state->recentProjects().empty());
     EXPECT_NE(output.find("Failed to load recent projects: "), std::string::npos);
     EXPECT_EQ(storedList(), broken);
+}
+
+TEST_F(PersistedStateTest, APackageHasOneEntryInAnySpellingAndAnOddNameNeverThrows) {
+    AppState state(*defaults);
+    testing::ScriptedDialogs dialogs;
+    ProjectIO io(dialogs);
+    const fs::path trip = folder.path() / "Trip.lvesper";
+    const fs::path latin1 = folder.path() / "Caf\xE9.lvesper"; // a folder name that is not UTF-8
+    const fs::path workingFolder = fs::current_path();
+    fs::current_path(folder.path());
+    ::testing::internal::CaptureStdout();
+    EXPECT_NO_THROW({
+        io.save(latin1, state);
+        io.load(latin1, state);
+        io.save(trip.string() + "/", state);
+        io.load("./Trip.lvesper", state);
+        io.load(folder.path() / "sub" / ".." / "Trip.lvesper//", state);
+    });
+    const std::string output = ::testing::internal::GetCapturedStdout();
+    fs::current_path(workingFolder);
+
+    EXPECT_TRUE(dialogs.alerts.empty());
+    EXPECT_EQ(state.currentProjectPath(), trip);
+    EXPECT_EQ(displayNames(state), (std::vector<std::string>{"Trip", "Caf\xE9"}));
+    EXPECT_NE(output.find("Caf\xEF\xBF\xBD.lvesper"), std::string::npos) << "logged as valid text";
+    EXPECT_EQ(relaunch().first->recentProjects().size(), 2u);
 }
 
 TEST_F(PersistedStateTest, ClientIdIsMadeOnceAndKept) {

@@ -3,7 +3,11 @@
 #include "settings/defaults.h"
 #include "settings/server_config.h"
 
+#include <atomic>
 #include <fstream>
+#include <latch>
+#include <set>
+#include <thread>
 #include <gtest/gtest.h>
 
 namespace lumivesper::settings {
@@ -50,8 +54,12 @@ protected:
                               std::string(rawValue(change.newChannel)));
         });
     }
+    // The folder's files but the lock beside the settings file.
     std::vector<fs::path> files() const {
-        return {fs::directory_iterator(file.parent_path()), fs::directory_iterator()};
+        std::vector<fs::path> found{fs::directory_iterator(file.parent_path()),
+                                    fs::directory_iterator()};
+        std::erase(found, fs::path(file.string() + ".lock"));
+        return found;
     }
     void writeFile(const std::string& text) const {
         fs::create_directories(file.parent_path());
@@ -97,24 +105,74 @@ TEST_F(SettingsTest, DefaultsReadDataAsStandardBase64AndAnythingElseAsAbsent) {
     EXPECT_EQ(stored.integer("text"), std::nullopt);
 }
 
-TEST_F(SettingsTest, UnreadableDefaultsAreCopiedAsideWithAWarningAndTheStoreStartsEmpty) {
-    for (const std::string corrupt : {"{\"name\": \"trunc", "[1, 2, 3]"}) {
-        fs::remove_all(file.parent_path());
-        writeFile(corrupt);
-        ::testing::internal::CaptureStdout();
-        Defaults reopened(file);
-        EXPECT_TRUE(::testing::internal::GetCapturedStdout().starts_with("⚠️ Warning"));
-        EXPECT_EQ(reopened.string("name"), std::nullopt);
+TEST_F(SettingsTest, UnreadableDefaultsAreRenamedAsideWithAWarningNeverOverwritten) {
+    // Corrupt before the store opens, and corrupt under a store that is already open.
+    for (const bool whileOpen : {false, true}) {
+        for (const std::string corrupt : {"{\"name\": \"trunc", "[1, 2, 3]"}) {
+            SCOPED_TRACE(corrupt);
+            fs::remove_all(file.parent_path());
+            auto store = std::make_unique<Defaults>(file);
+            store->setString("before", "kept in memory only");
+            writeFile(corrupt);
+            ::testing::internal::CaptureStdout();
+            if (!whileOpen)
+                store = std::make_unique<Defaults>(file);
+            store->setString("name", "fresh");
+            EXPECT_TRUE(::testing::internal::GetCapturedStdout().starts_with("⚠️ Warning"));
 
-        reopened.setString("name", "fresh");
-        EXPECT_EQ(Defaults(file).string("name"), "fresh");
-        std::vector<fs::path> copies = files();
-        std::erase(copies, file);
-        ASSERT_EQ(copies.size(), 1u) << corrupt;
-        EXPECT_TRUE(copies[0].filename().string().starts_with("defaults.json.corrupt-"));
-        std::ifstream copy(copies[0], std::ios::binary);
-        EXPECT_EQ(std::string(std::istreambuf_iterator<char>(copy), {}), corrupt);
+            const Defaults reopened(file);
+            EXPECT_EQ(reopened.string("name"), "fresh");
+            EXPECT_EQ(reopened.string("before"), std::nullopt);
+            std::vector<fs::path> aside = files();
+            std::erase(aside, file);
+            ASSERT_EQ(aside.size(), 1u);
+            EXPECT_TRUE(aside[0].filename().string().starts_with("defaults.json.corrupt-"));
+            std::ifstream copy(aside[0], std::ios::binary);
+            EXPECT_EQ(std::string(std::istreambuf_iterator<char>(copy), {}), corrupt);
+        }
     }
+}
+
+TEST_F(SettingsTest, TwoProgramsOnOneFileKeepEachOthersKeys) {
+    // The application and the command line, both started before either writes.
+    Defaults application(file);
+    Defaults commandLine(file);
+    application.setString("fromApplication", "a");
+    commandLine.setBoolean("fromCommandLine", true);
+    application.remove("never set");
+    commandLine.setData("blob", {1, 2});
+
+    const Defaults reopened(file);
+    EXPECT_EQ(reopened.string("fromApplication"), "a");
+    EXPECT_EQ(reopened.boolean("fromCommandLine"), true);
+    EXPECT_EQ(reopened.data("blob"), (Bytes{1, 2}));
+    EXPECT_EQ(application.boolean("fromCommandLine"), true) << "a write brings in the others' keys";
+}
+
+TEST_F(SettingsTest, FirstRunsAtOnceAgreeOnOneCreatedValue) {
+    constexpr int runs = 8;
+    std::latch start(runs);
+    std::vector<std::string> ids(runs);
+    std::atomic<int> made = 0;
+    {
+        std::vector<std::jthread> threads;
+        for (int i = 0; i < runs; ++i)
+            threads.emplace_back([&, i] {
+                Defaults own(file); // each its own store, as separate processes would have
+                start.arrive_and_wait();
+                ids[static_cast<std::size_t>(i)] = own.stringOrInsert("deviceId", [&] {
+                    return "device-" + std::to_string(++made);
+                });
+            });
+    }
+    EXPECT_EQ(made, 1);
+    EXPECT_EQ(std::set<std::string>(ids.begin(), ids.end()).size(), 1u);
+    EXPECT_EQ(Defaults(file).string("deviceId"), ids[0]);
+
+    // A stored empty value counts as none; a stored one is kept.
+    defaults.setString("clientId", "");
+    EXPECT_EQ(defaults.stringOrInsert("clientId", [] { return "made"; }), "made");
+    EXPECT_EQ(Defaults(file).stringOrInsert("clientId", [] { return "again"; }), "made");
 }
 
 TEST_F(SettingsTest, StoredChannelTextsReadExactlyAndAnnounceNothing) {

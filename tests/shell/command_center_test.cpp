@@ -101,6 +101,19 @@ TEST_F(ShellTest, SaveWithoutAPathIsSaveAsWithTheUntitledName) {
     EXPECT_EQ(dialogs.savePanels[0].nameFieldStringValue, "Untitled.lvesper");
 }
 
+TEST_F(ShellTest, SaveAsProposesThePackagesOwnNameAndAddsTheExtensionToATypedOne) {
+    const auto trip = savedPackage("Trip.lvesper");
+    center.openProject(trip.string() + "/"); // as shell completion gives it
+    center.saveProjectAs();
+    dialogs.saveAnswers = {folder.path() / "Copy"};
+    drain();
+    ASSERT_EQ(dialogs.savePanels.size(), 1u);
+    EXPECT_EQ(dialogs.savePanels[0].nameFieldStringValue, "Trip.lvesper");
+    EXPECT_EQ(state.currentProjectPath(), folder.path() / "Copy.lvesper");
+    EXPECT_TRUE(std::filesystem::exists(folder.path() / "Copy.lvesper" / "project.json"));
+    EXPECT_EQ(ui.lastSaveDirectory(), folder.path());
+}
+
 TEST_F(ShellTest, ImportAddsTheGoodFilesAndRemembersTheFirstFolder) {
     const auto good = folder.path() / "in" / "good.png";
     std::filesystem::create_directories(good.parent_path());

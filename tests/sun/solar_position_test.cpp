@@ -6,6 +6,8 @@
 #include <chrono>
 #include <cmath>
 #include <gtest/gtest.h>
+#include <limits>
+#include <utility>
 #include <thread>
 #include <vector>
 
@@ -30,7 +32,7 @@ class SolarPositionTest : public ::testing::TestWithParam<SunCheck> {};
 
 TEST_P(SolarPositionTest, MatchesPublishedValuesToThreeDecimals) {
     const auto& check = GetParam();
-    const auto position = solarPosition(utcInstant(2024, 3, 20, check.hour, 0, 0), TimeZone::utc(),
+    const auto position = *solarPosition(utcInstant(2024, 3, 20, check.hour, 0, 0), TimeZone::utc(),
                                         check.latitude, check.longitude);
     EXPECT_NEAR(position.altitude, check.altitude, 0.0005);
     EXPECT_NEAR(position.azimuth, check.azimuth, 0.0005);
@@ -49,9 +51,9 @@ TEST(SolarTermsTest, EquationOfTimeAndDeclinationAtNoon) {
 
 TEST(SolarZoneTest, ZoneOnlyChangesTheClockReadingNotTheSun) {
     const auto instant = utcInstant(2024, 6, 1, 9, 30, 0);
-    const auto utc = solarPosition(instant, TimeZone::utc(), 48.85, 2.35);
+    const auto utc = *solarPosition(instant, TimeZone::utc(), 48.85, 2.35);
     for (int offset : {3600, 19800 /* +5:30 */, -36000}) {
-        const auto shifted = solarPosition(instant, TimeZone::fixedOffset(offset), 48.85, 2.35);
+        const auto shifted = *solarPosition(instant, TimeZone::fixedOffset(offset), 48.85, 2.35);
         EXPECT_NEAR(shifted.altitude, utc.altitude, 1e-9) << offset;
         EXPECT_NEAR(shifted.azimuth, utc.azimuth, 1e-9) << offset;
     }
@@ -59,15 +61,37 @@ TEST(SolarZoneTest, ZoneOnlyChangesTheClockReadingNotTheSun) {
 
 TEST(SolarEdgeTest, LongitudeMinus180And180AgreeAndPolesStayDefined) {
     const auto instant = utcInstant(2024, 12, 21, 3, 0, 0);
-    const auto east = solarPosition(instant, TimeZone::utc(), 10, 180);
-    const auto west = solarPosition(instant, TimeZone::utc(), 10, -180);
+    const auto east = *solarPosition(instant, TimeZone::utc(), 10, 180);
+    const auto west = *solarPosition(instant, TimeZone::utc(), 10, -180);
     EXPECT_NEAR(east.altitude, west.altitude, 1e-9);
     EXPECT_NEAR(east.azimuth, west.azimuth, 1e-9);
     for (double latitude : {90.0, -90.0}) {
-        const auto pole = solarPosition(instant, TimeZone::utc(), latitude, 0);
+        const auto pole = *solarPosition(instant, TimeZone::utc(), latitude, 0);
         EXPECT_TRUE(std::isfinite(pole.altitude));
         EXPECT_GE(pole.azimuth, 0.0);
         EXPECT_LT(pole.azimuth, 360.0);
+    }
+}
+
+TEST(SolarEdgeTest, NonFiniteInputGivesNoPositionAndHugeLongitudesWrapAtOnce) {
+    const auto instant = utcInstant(2024, 3, 20, 12, 0, 0);
+    const double infinity = std::numeric_limits<double>::infinity();
+    const double nan = std::numeric_limits<double>::quiet_NaN();
+    const std::pair<double, double> nonFinite[] = {
+        {40, infinity}, {40, -infinity}, {40, nan}, {infinity, 0}, {nan, 0}};
+    for (const auto& [latitude, longitude] : nonFinite)
+        EXPECT_FALSE(solarPosition(instant, TimeZone::utc(), latitude, longitude))
+            << latitude << ", " << longitude;
+
+    // 1e15 is 2777777777777 turns plus 280 degrees, that is -80; 4e15 minutes are still exact
+    // in a double, only the equation of time loses a fraction of a minute to rounding.
+    const std::pair<double, double> sameMeridian[] = {{1e15, -80}, {-1e15, 80}, {720, 0}};
+    for (const auto& [huge, small] : sameMeridian) {
+        const auto far = solarPosition(instant, TimeZone::utc(), 40, huge);
+        const auto near = *solarPosition(instant, TimeZone::utc(), 40, small);
+        ASSERT_TRUE(far) << huge;
+        EXPECT_NEAR(far->altitude, near.altitude, 0.1) << huge;
+        EXPECT_NEAR(far->azimuth, near.azimuth, 0.1) << huge;
     }
 }
 
@@ -75,7 +99,7 @@ TEST(SolarEdgeTest, AzimuthStaysBelow360AroundSolarMidnight) {
     // Sweep a minute either side of local solar midnight at several places.
     for (int second = -90; second <= 90; ++second) {
         const auto instant = utcInstant(2024, 3, 20, 0, 7, 17) + seconds(second);
-        const auto position = solarPosition(instant, TimeZone::utc(), 40, 0);
+        const auto position = *solarPosition(instant, TimeZone::utc(), 40, 0);
         EXPECT_GE(position.azimuth, 0.0);
         EXPECT_LT(position.azimuth, 360.0);
     }

@@ -91,8 +91,18 @@ TEST_F(ProcessRuns, AMissingOrUnrunnableProgramIsAMissingExecutable) {
 }
 
 TEST_F(ProcessRuns, ReturnsWhenTheProgramEndsEvenIfItsChildKeepsTheStreams) {
-    const pid_t straggler = std::stoi(runProcess(shell("sleep 60 & echo $!")).standardOutput);
-    ::kill(straggler, SIGKILL);
+    // The background child holds both pipes open for a minute; the run must end with its parent.
+    auto run = std::async(std::launch::async, [&] {
+        return runProcess(shell("sleep 60 & echo $! > straggler; echo $!", folder.path()));
+    });
+    const bool returned = run.wait_for(std::chrono::seconds(30)) == std::future_status::ready;
+    ASSERT_TRUE(waitFor([&] { return !readFile(folder.path() / "straggler").empty(); }));
+    const std::string pid = readFile(folder.path() / "straggler");
+    ::kill(std::stoi(pid), SIGKILL); // also ends a run that is still waiting
+    EXPECT_TRUE(returned) << "the run waited for the program's child";
+    const ProcessResult result = run.get();
+    EXPECT_EQ(result.exitCode, 0);
+    EXPECT_EQ(result.standardOutput, pid);
 }
 
 TEST_F(ProcessRuns, AStopKillsTheProgramAndWhatItStartedOrRunsNothing) {
