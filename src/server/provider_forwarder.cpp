@@ -49,7 +49,7 @@ ProxyReply ProviderForwarder::forward(const std::string& body, std::stop_token s
     } catch (const platform::HttpError& error) {
         if (error.kind() == platform::HttpError::Kind::timedOut)
             return plainReply(504, "The image provider did not answer within " +
-                                       std::to_string(timeout_.count() / 1000) + " seconds.");
+                                       std::to_string((timeout_.count() + 999) / 1000) + " seconds.");
         return plainReply(502, std::string("Could not reach the image provider: ") + error.what());
     }
 }
