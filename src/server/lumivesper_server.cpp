@@ -295,12 +295,13 @@ void LumivesperServer::handleProxy(const httplib::Request& request, httplib::Res
         return;
     }
 
-    const ProxyReply reply = forwarder_->forward(request.body, stopping_.get_token());
+    ProxyReply reply = forwarder_->forward(request.body, stopping_.get_token());
     log_.note("provider_status", reply.providerStatus);
     response.status = reply.status;
     if (reply.retryAfter)
         response.set_header("Retry-After", *reply.retryAfter);
-    response.set_content(reply.body, reply.contentType);
+    response.set_header("Content-Type", reply.contentType);
+    response.body = std::move(reply.body); // images run to megabytes: no copy
 }
 
 int LumivesperServer::bind() {

@@ -3,6 +3,7 @@
 #include <atomic>
 #include <csignal>
 #include <iostream>
+#include <malloc.h>
 #include <pthread.h>
 #include <thread>
 
@@ -44,6 +45,11 @@ private:
 } // namespace
 
 int main(int argc, char** argv) {
+    // Bodies of a few megabytes pass through many threads. With glibc's sliding threshold they
+    // soon come from the per-thread heaps, which keep what they had: measured under load, memory
+    // grew by about 50 MB for every 50 requests. Mapped separately, they go back when freed.
+    mallopt(M_MMAP_THRESHOLD, 256 * 1024);
+
     ParsedCommandLine parsed;
     try {
         parsed = parseCommandLine(std::vector<std::string>(argv + 1, argv + argc));

@@ -58,8 +58,12 @@ ProxyReply ProviderForwarder::replyFor(const platform::HttpResponse& response) c
     const int status = static_cast<int>(response.status);
     if (status >= 200 && status < 300) {
         // OpenRouter reports some failures inside a 200; the program would only say it found no
-        // image, so say what the provider said instead.
-        const auto json = nlohmann::json::parse(response.body, nullptr, false);
+        // image, so say what the provider said instead. Such answers are small, and images are
+        // not: large bodies pass unparsed.
+        constexpr std::size_t largestErrorAnswer = 64 * 1024;
+        const auto json = response.body.size() <= largestErrorAnswer
+                              ? nlohmann::json::parse(response.body, nullptr, false)
+                              : nlohmann::json();
         if (json.is_object() && json.contains("error") && !json.contains("choices"))
             return plainReply(502, "The image provider reported an error: " +
                                        providerMessage(response.body), status);

@@ -57,8 +57,8 @@ TEST_F(ProxyRoundTrip, FetchesOneTokenAndPassesEveryAnswerShapeThroughWithTheOpe
         EXPECT_EQ(generation::toText(proxy->generateImage("a lake", "openrouter/vendor/model")),
                   image);
 
-    EXPECT_EQ(statusesOf("/api/token"), std::vector<int>{200});
-    EXPECT_EQ(statusesOf(proxyPath), std::vector<int>(3, 200));
+    expectStatuses("/api/token", {200});
+    expectStatuses(proxyPath, std::vector<int>(3, 200));
     const auto forwarded = provider.seen(providerPath);
     ASSERT_EQ(forwarded.size(), 3u);
     for (const auto& request : forwarded) {
@@ -90,9 +90,9 @@ TEST_F(ProxyRoundTrip, RunsAWholeTimelineWithTheOperatorsPromptsAndLogsNoSecrets
         EXPECT_EQ(content[1]["image_url"]["url"], baseFrame) << i;
     }
     // Three requests at once shared one token fetch.
-    EXPECT_EQ(statusesOf("/api/token"), std::vector<int>{200});
-    EXPECT_EQ(statusesOf("/api/prompts"), std::vector<int>{200});
-    EXPECT_EQ(statusesOf(proxyPath), std::vector<int>(11, 200));
+    expectStatuses("/api/token", {200});
+    expectStatuses("/api/prompts", {200});
+    expectStatuses(proxyPath, std::vector<int>(11, 200));
 
     const std::string token = generator.proxyClient.tokenManager->validToken();
     const std::string imageText = generation::encodeBase64(images[0].data);
@@ -117,8 +117,8 @@ TEST_F(ProxyRoundTrip, ATokenThatExpiresInFlightIsRenewedByTheClientsOneRetry) {
 
     EXPECT_EQ(image, "img:1");
     EXPECT_NE(output.find("Token expired, retrying with fresh token"), std::string::npos);
-    EXPECT_EQ(statusesOf("/api/token"), (std::vector<int>{200, 200}));
-    EXPECT_EQ(statusesOf(proxyPath), (std::vector<int>{401, 200}));
+    expectStatuses("/api/token", {200, 200});
+    expectStatuses(proxyPath, {401, 200});
     EXPECT_EQ(requestsTo(proxyPath)[0]["auth"], "expired");
 }
 
@@ -129,8 +129,8 @@ TEST_F(ProxyRoundTrip, AnExpiredTokenTheClientStillTrustsEndsInUnauthorized) {
 
     EXPECT_EQ(failureText<ProxyError>([&] { client()->generateImage("a lake", "vendor/model"); }),
               "Unauthorized - token expired");
-    EXPECT_EQ(statusesOf("/api/token"), std::vector<int>{200});
-    EXPECT_EQ(statusesOf(proxyPath), (std::vector<int>{401, 401}));
+    expectStatuses("/api/token", {200});
+    expectStatuses(proxyPath, {401, 401});
     EXPECT_TRUE(provider.seen(providerPath).empty());
 }
 
@@ -235,7 +235,7 @@ TEST_F(ProxyRoundTrip, ProviderFailuresReachTheClientAsServerErrorsItCanShow) {
     }
     release.open();
     // No case was retried: the provider's 401 is not the device's.
-    EXPECT_EQ(statusesOf(proxyPath).size(), std::size(cases));
+    EXPECT_EQ(statusesOf(proxyPath, std::size(cases)).size(), std::size(cases));
 }
 
 } // namespace

@@ -5,7 +5,9 @@
 #include "server/lumivesper_server.h"
 #include "support/temporary_folder.h"
 
+#include <algorithm>
 #include <atomic>
+#include <condition_variable>
 #include <gtest/gtest.h>
 #include <memory>
 #include <mutex>
@@ -88,6 +90,7 @@ protected:
         environment.logSink = [this](std::string_view line) {
             std::lock_guard lock(logMutex_);
             logLines_.emplace_back(line);
+            logged_.notify_all();
         };
         server = std::make_unique<RunningServer>(std::move(options), std::move(environment));
     }
@@ -110,11 +113,24 @@ protected:
         }
         return found;
     }
-    std::vector<int> statusesOf(const std::string& path) {
+    // The statuses logged for a path, once there are `count` of them: a request's line is
+    // written just after its answer, so a client may be done before the line is.
+    std::vector<int> statusesOf(const std::string& path, std::size_t count) {
+        {
+            std::unique_lock lock(logMutex_);
+            logged_.wait_for(lock, std::chrono::seconds(10), [&] {
+                return std::count_if(logLines_.begin(), logLines_.end(), [&](const auto& line) {
+                           return line.find(R"("path":")" + path + "\"") != std::string::npos;
+                       }) >= static_cast<std::ptrdiff_t>(count);
+            });
+        }
         std::vector<int> statuses;
         for (const auto& line : requestsTo(path))
             statuses.push_back(line["status"].get<int>());
         return statuses;
+    }
+    void expectStatuses(const std::string& path, const std::vector<int>& expected) {
+        EXPECT_EQ(statusesOf(path, expected.size()), expected) << path;
     }
 
     // Declared before the server so that they outlive it.
@@ -123,6 +139,7 @@ protected:
     settings::Defaults defaults{folder.path() / "defaults.json"};
     SteppedClock clock;
     std::mutex logMutex_;
+    std::condition_variable logged_;
     std::vector<std::string> logLines_;
     std::unique_ptr<RunningServer> server;
 };
