@@ -70,7 +70,7 @@ std::optional<std::string> chatRequestProblem(const nlohmann::json& body, std::s
 
 LumivesperServer::LumivesperServer(ServerOptions options, ServerEnvironment environment)
     : options_(std::move(options)), log_(std::move(environment.logSink)),
-      signer_(options_.tokenSecret.value_or(DeviceTokenSigner::randomSecret()),
+      signer_(options_.tokenSecret ? *options_.tokenSecret : DeviceTokenSigner::randomSecret(),
               options_.tokenLifetime, std::move(environment.tokenClock)),
       proxyLimiter_(options_.proxyBurst, options_.proxyPerHour),
       tokenLimiter_(options_.tokenBurst, options_.tokenPerHour),
@@ -322,7 +322,7 @@ int LumivesperServer::bind() {
 }
 
 void LumivesperServer::run() {
-    if (port_ < 0)
+    if (port_ < 0 || stopping_.stop_requested())
         return;
     log_.event("listening", {{"host", options_.host},
                              {"port", port_},
