@@ -4,7 +4,8 @@
 // first round and at the end. Exits 1 on any error or when memory grew by more than BOUND_MIB
 // after the first round.
 //
-//   server_load_bench [CONCURRENT] [ROUNDS] [PROVIDER_DELAY_MS] [BOUND_MIB]   (defaults: 50 6 1000 32)
+//   server_load_bench [CONCURRENT] [ROUNDS] [PROVIDER_DELAY_MS] [BOUND_MIB]   (defaults: 50 6 1000
+//   32)
 
 #include "generation/openrouter_proxy_client.h"
 #include "generation/request_text.h"
@@ -16,11 +17,11 @@
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
-#include <iterator>
-#include <sstream>
 #include <httplib.h>
+#include <iterator>
 #include <netinet/in.h>
 #include <signal.h>
+#include <sstream>
 #include <string>
 #include <sys/socket.h>
 #include <sys/wait.h>
@@ -87,7 +88,8 @@ int main(int argc, char** argv) {
     const int delayMs = argc > 3 ? std::atoi(argv[3]) : 1000;
     const long boundKiB = (argc > 4 ? std::atol(argv[4]) : 32) * 1024;
 
-    const fs::path work = fs::temp_directory_path() / ("lumivesper-load-" + std::to_string(getpid()));
+    const fs::path work =
+        fs::temp_directory_path() / ("lumivesper-load-" + std::to_string(getpid()));
     fs::create_directories(work);
 
     // The slow provider: answers every chat completion after the delay with a 1 MiB image.
@@ -115,7 +117,8 @@ int main(int argc, char** argv) {
         setenv("OPENROUTER_API_KEY", "sk-load-test", 1);
         setenv("LUMIVESPER_TOKEN_SECRET", "load-test-secret-load-test-secret-0123", 1);
         const std::string portText = std::to_string(port);
-        const std::string providerURL = "http://127.0.0.1:" + std::to_string(providerPort) + "/api/v1";
+        const std::string providerURL =
+            "http://127.0.0.1:" + std::to_string(providerPort) + "/api/v1";
         execl(LUMIVESPER_SERVER_BINARY, "lumivesper-server", "--port", portText.c_str(),
               "--provider-url", providerURL.c_str(), "--proxy-burst", "1000", "--token-burst",
               "1000", static_cast<char*>(nullptr));
@@ -133,8 +136,10 @@ int main(int argc, char** argv) {
     std::vector<std::unique_ptr<generation::OpenRouterProxyClient>> clients;
     generation::NetworkSession session{{}, std::chrono::milliseconds(60000)};
     for (int i = 0; i < concurrent; ++i) {
-        stores.push_back(std::make_unique<settings::Defaults>(work / ("device-" + std::to_string(i) + ".json")));
-        clients.push_back(std::make_unique<generation::OpenRouterProxyClient>(serverURL, *stores.back(), session));
+        stores.push_back(
+            std::make_unique<settings::Defaults>(work / ("device-" + std::to_string(i) + ".json")));
+        clients.push_back(std::make_unique<generation::OpenRouterProxyClient>(
+            serverURL, *stores.back(), session));
         clients.back()->tokenManager->validToken();
     }
     const generation::Bytes reference(512 * 1024, 0x42); // each request carries ~700 KB of JSON
@@ -150,7 +155,8 @@ int main(int argc, char** argv) {
         for (int i = 0; i < concurrent; ++i)
             threads.emplace_back([&, i] {
                 try {
-                    const auto bytes = clients[i]->generateImage("relight", reference, "vendor/model");
+                    const auto bytes =
+                        clients[i]->generateImage("relight", reference, "vendor/model");
                     if (bytes.size() != image.size())
                         ++errors;
                 } catch (const std::exception& error) {

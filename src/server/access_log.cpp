@@ -12,8 +12,9 @@ namespace {
 std::string timestamp() {
     const auto now = std::chrono::system_clock::now();
     const auto seconds = std::chrono::system_clock::to_time_t(now);
-    const auto millis = std::chrono::duration_cast<std::chrono::milliseconds>(
-                            now.time_since_epoch()).count() % 1000;
+    const auto millis =
+        std::chrono::duration_cast<std::chrono::milliseconds>(now.time_since_epoch()).count() %
+        1000;
     std::tm utc{};
     gmtime_r(&seconds, &utc);
     char text[32];
@@ -27,9 +28,8 @@ std::string timestamp() {
 } // namespace
 
 AccessLog::AccessLog(Sink sink)
-    : sink_(sink ? std::move(sink) : Sink([](std::string_view line) {
-          platform::consoleLine(line);
-      })) {}
+    : sink_(sink ? std::move(sink)
+                 : Sink([](std::string_view line) { platform::consoleLine(line); })) {}
 
 void AccessLog::begin() {
     std::lock_guard guard(mutex_);
@@ -42,9 +42,9 @@ void AccessLog::note(const std::string& key, nlohmann::json value) {
 }
 
 void AccessLog::finish(const RequestSummary& request) {
-    nlohmann::json line = {{"time", timestamp()},   {"event", "request"},
-                           {"method", request.method}, {"path", request.path.substr(0, 200)},
-                           {"status", request.status}, {"bytes_in", request.bytesIn},
+    nlohmann::json line = {{"time", timestamp()},           {"event", "request"},
+                           {"method", request.method},      {"path", request.path.substr(0, 200)},
+                           {"status", request.status},      {"bytes_in", request.bytesIn},
                            {"bytes_out", request.bytesOut}, {"client", request.client}};
     {
         std::lock_guard guard(mutex_);

@@ -15,8 +15,8 @@ namespace {
 
 // Tokens travel in headers, so they use the URL-safe alphabet without padding.
 std::string base64URL(std::string_view bytes) {
-    std::string text = platform::encodeBase64(std::span(
-        reinterpret_cast<const std::uint8_t*>(bytes.data()), bytes.size()));
+    std::string text = platform::encodeBase64(
+        std::span(reinterpret_cast<const std::uint8_t*>(bytes.data()), bytes.size()));
     while (!text.empty() && text.back() == '=')
         text.pop_back();
     for (char& c : text)
@@ -44,8 +44,7 @@ std::int64_t secondsSinceEpoch(std::chrono::system_clock::time_point time) {
 
 } // namespace
 
-DeviceTokenSigner::DeviceTokenSigner(std::string secret, std::chrono::seconds lifetime,
-                                     Clock clock)
+DeviceTokenSigner::DeviceTokenSigner(std::string secret, std::chrono::seconds lifetime, Clock clock)
     : secret_(std::move(secret)), lifetime_(lifetime), now_(std::move(clock)) {
     if (secret_.size() < minimumSecretLength)
         throw std::invalid_argument("The token secret must be at least " +
@@ -76,16 +75,14 @@ std::string DeviceTokenSigner::signature(std::string_view payload) const {
     unsigned char mac[EVP_MAX_MD_SIZE];
     unsigned int length = 0;
     if (!HMAC(EVP_sha256(), secret_.data(), static_cast<int>(secret_.size()),
-              reinterpret_cast<const unsigned char*>(payload.data()), payload.size(), mac,
-              &length))
+              reinterpret_cast<const unsigned char*>(payload.data()), payload.size(), mac, &length))
         throw std::runtime_error("Could not sign a token");
     return std::string(reinterpret_cast<const char*>(mac), length);
 }
 
 std::string DeviceTokenSigner::issue(std::string_view deviceId) const {
     const auto expiresAt = secondsSinceEpoch(now_() + lifetime_);
-    const std::string payload =
-        base64URL(std::string(deviceId) + ":" + std::to_string(expiresAt));
+    const std::string payload = base64URL(std::string(deviceId) + ":" + std::to_string(expiresAt));
     return payload + "." + base64URL(signature(payload));
 }
 

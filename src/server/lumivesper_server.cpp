@@ -36,8 +36,8 @@ std::string readableSize(std::size_t bytes) {
 }
 
 std::string routePattern(std::string_view path) {
-    static const std::regex special(R"([.^$|()\[\]{}*+?\\])");
-    return std::regex_replace(std::string(path), special, R"(\$&)");
+    static const std::regex metacharacters(R"([.^$|()\[\]{}*+?\\])");
+    return std::regex_replace(std::string(path), metacharacters, R"(\$&)");
 }
 
 std::optional<std::uint64_t> contentLength(const httplib::Request& request) {
@@ -148,22 +148,19 @@ void LumivesperServer::installRoutes() {
     using httplib::Request;
     using httplib::Response;
     http_->Get("/healthz", [this](const Request&, Response& response) { handleHealth(response); });
-    http_->Post(routePattern(generation::tokenPath),
-                [this](const Request& request, Response& response) {
-                    handleToken(request, response);
-                });
+    http_->Post(
+        routePattern(generation::tokenPath),
+        [this](const Request& request, Response& response) { handleToken(request, response); });
     http_->Get(routePattern(generation::promptsPath),
                [this](const Request&, Response& response) { handlePrompts(response); });
-    http_->Post(routePattern(std::string(generation::proxyPath) +
-                             std::string(generation::chatCompletionsPath)),
-                [this](const Request& request, Response& response) {
-                    handleProxy(request, response);
-                });
+    http_->Post(
+        routePattern(std::string(generation::proxyPath) +
+                     std::string(generation::chatCompletionsPath)),
+        [this](const Request& request, Response& response) { handleProxy(request, response); });
     for (const auto channel : settings::allUpdateChannels)
-        http_->Get(routePattern(settings::feedPath(channel)),
-                   [this, channel](const Request&, Response& response) {
-                       handleFeed(channel, response);
-                   });
+        http_->Get(
+            routePattern(settings::feedPath(channel)),
+            [this, channel](const Request&, Response& response) { handleFeed(channel, response); });
 }
 
 bool LumivesperServer::refusedBeforeReading(const httplib::Request& request,
@@ -211,8 +208,9 @@ void LumivesperServer::handleHealth(httplib::Response& response) {
 void LumivesperServer::handleToken(const httplib::Request& request, httplib::Response& response) {
     if (const auto wait = tokenLimiter_.admit(clientAddress(request))) {
         response.set_header("Retry-After", std::to_string(wait->count()));
-        replyText(response, 429, "Too many token requests from this address; try again in " +
-                                     std::to_string(wait->count()) + " seconds.");
+        replyText(response, 429,
+                  "Too many token requests from this address; try again in " +
+                      std::to_string(wait->count()) + " seconds.");
         return;
     }
     generation::TokenRequest tokenRequest;
@@ -223,7 +221,8 @@ void LumivesperServer::handleToken(const httplib::Request& request, httplib::Res
         return;
     }
     if (!DeviceTokenSigner::isAcceptableDeviceId(tokenRequest.deviceId)) {
-        replyText(response, 400, "The device id must be 1 to 128 letters, digits, '-', '_' or '.'.");
+        replyText(response, 400,
+                  "The device id must be 1 to 128 letters, digits, '-', '_' or '.'.");
         return;
     }
     log_.note("device", AccessLog::deviceTag(tokenRequest.deviceId));
@@ -240,8 +239,9 @@ void LumivesperServer::handlePrompts(httplib::Response& response) {
 void LumivesperServer::handleFeed(settings::UpdateChannel channel, httplib::Response& response) {
     const auto feed = feeds_.feed(channel);
     if (!feed) {
-        replyText(response, 404, "This server publishes no " +
-                                     std::string(settings::rawValue(channel)) + " update feed.");
+        replyText(response, 404,
+                  "This server publishes no " + std::string(settings::rawValue(channel)) +
+                      " update feed.");
         return;
     }
     response.set_content(*feed, "application/xml");
@@ -273,8 +273,9 @@ void LumivesperServer::handleProxy(const httplib::Request& request, httplib::Res
 
     if (const auto wait = proxyLimiter_.admit(verification.deviceId)) {
         response.set_header("Retry-After", std::to_string(wait->count()));
-        replyText(response, 429, "Too many image requests from this device; try again in " +
-                                     std::to_string(wait->count()) + " seconds.");
+        replyText(response, 429,
+                  "Too many image requests from this device; try again in " +
+                      std::to_string(wait->count()) + " seconds.");
         return;
     }
     if (!forwarder_) {
@@ -305,10 +306,9 @@ void LumivesperServer::handleProxy(const httplib::Request& request, httplib::Res
 }
 
 int LumivesperServer::bind() {
-    const int port = options_.port == 0 ? http_->bind_to_any_port(options_.host)
-                                        : (http_->bind_to_port(options_.host, options_.port)
-                                               ? options_.port
-                                               : -1);
+    const int port = options_.port == 0
+                         ? http_->bind_to_any_port(options_.host)
+                         : (http_->bind_to_port(options_.host, options_.port) ? options_.port : -1);
     if (port < 0)
         throw std::runtime_error("Cannot listen on " + options_.host + ":" +
                                  std::to_string(options_.port));

@@ -70,8 +70,9 @@ int main(int argc, char** argv) {
     try {
         LumivesperServer server(parsed.options);
         if (!parsed.options.tokenSecret)
-            server.log().event("warning", {{"message", "No token secret configured: using a random "
-                                                       "one, so tokens end when the server stops."}});
+            server.log().event("warning",
+                               {{"message", "No token secret configured: using a random "
+                                            "one, so tokens end when the server stops."}});
         if (!parsed.options.providerKey)
             server.log().event("warning", {{"message", "No OpenRouter key configured: image "
                                                        "requests will be answered with 503."}});

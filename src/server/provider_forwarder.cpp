@@ -49,7 +49,8 @@ ProxyReply ProviderForwarder::forward(const std::string& body, std::stop_token s
     } catch (const platform::HttpError& error) {
         if (error.kind() == platform::HttpError::Kind::timedOut)
             return plainReply(504, "The image provider did not answer within " +
-                                       std::to_string((timeout_.count() + 999) / 1000) + " seconds.");
+                                       std::to_string((timeout_.count() + 999) / 1000) +
+                                       " seconds.");
         return plainReply(502, std::string("Could not reach the image provider: ") + error.what());
     }
 }
@@ -65,8 +66,9 @@ ProxyReply ProviderForwarder::replyFor(const platform::HttpResponse& response) c
                               ? nlohmann::json::parse(response.body, nullptr, false)
                               : nlohmann::json();
         if (json.is_object() && json.contains("error") && !json.contains("choices"))
-            return plainReply(502, "The image provider reported an error: " +
-                                       providerMessage(response.body), status);
+            return plainReply(
+                502, "The image provider reported an error: " + providerMessage(response.body),
+                status);
         return {200, response.body, "application/json", std::nullopt, status};
     }
     if (status == 401 || status == 402 || status == 403)
@@ -75,16 +77,19 @@ ProxyReply ProviderForwarder::replyFor(const platform::HttpResponse& response) c
                               std::to_string(status) + "). The server's operator must check it.",
                           status);
     if (status == 429) {
-        auto reply = plainReply(429, "The image provider is busy: " +
-                                         providerMessage(response.body), status);
+        auto reply = plainReply(
+            429, "The image provider is busy: " + providerMessage(response.body), status);
         reply.retryAfter = response.header("Retry-After");
         return reply;
     }
     if (status >= 400 && status < 500)
-        return plainReply(status, "The image provider rejected the request: " +
-                                      providerMessage(response.body), status);
-    return plainReply(502, "The image provider failed (status " + std::to_string(status) +
-                               "): " + providerMessage(response.body), status);
+        return plainReply(
+            status, "The image provider rejected the request: " + providerMessage(response.body),
+            status);
+    return plainReply(502,
+                      "The image provider failed (status " + std::to_string(status) +
+                          "): " + providerMessage(response.body),
+                      status);
 }
 
 } // namespace lumivesper::server

@@ -18,7 +18,8 @@ RateLimiter::RateLimiter(int burst, int perHour, Clock clock)
         throw std::invalid_argument("A rate limit needs a burst and an hourly rate of at least 1");
 }
 
-double RateLimiter::refilled(const Bucket& bucket, std::chrono::steady_clock::time_point now) const {
+double RateLimiter::refilled(const Bucket& bucket,
+                             std::chrono::steady_clock::time_point now) const {
     const double elapsed = std::chrono::duration<double>(now - bucket.updated).count();
     return std::min(burst_, bucket.available + elapsed * perSecond_);
 }
@@ -42,7 +43,8 @@ std::optional<std::chrono::seconds> RateLimiter::admit(const std::string& key) {
 }
 
 void RateLimiter::forgetFullBuckets(std::chrono::steady_clock::time_point now) {
-    std::erase_if(buckets_, [&](const auto& entry) { return refilled(entry.second, now) >= burst_; });
+    std::erase_if(buckets_,
+                  [&](const auto& entry) { return refilled(entry.second, now) >= burst_; });
     lastSweep_ = now;
 }
 

@@ -82,7 +82,8 @@ AppcastFeeds::AppcastFeeds(std::optional<std::filesystem::path> directory)
 std::optional<std::string> AppcastFeeds::feed(settings::UpdateChannel channel) const {
     if (!directory_)
         return std::nullopt;
-    const std::filesystem::path name = std::filesystem::path(settings::feedPath(channel)).filename();
+    const std::filesystem::path name =
+        std::filesystem::path(settings::feedPath(channel)).filename();
     return fileText(*directory_ / name);
 }
 

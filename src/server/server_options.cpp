@@ -13,7 +13,7 @@ namespace {
 
 using Apply = std::function<void(ServerOptions&, const std::string&)>;
 
-struct OptionSpec {
+struct OptionDefinition {
     const char* flag;        // without the leading "--"
     const char* environment; // nullptr: flag only
     const char* valueName;   // nullptr: a switch
@@ -37,10 +37,20 @@ std::size_t parseSize(const std::string& text) {
     long long unit = 1;
     if (!digits.empty()) {
         switch (digits.back()) {
-        case 'K': case 'k': unit = 1024; break;
-        case 'M': case 'm': unit = 1024 * 1024; break;
-        case 'G': case 'g': unit = 1024 * 1024 * 1024; break;
-        default: break;
+        case 'K':
+        case 'k':
+            unit = 1024;
+            break;
+        case 'M':
+        case 'm':
+            unit = 1024 * 1024;
+            break;
+        case 'G':
+        case 'g':
+            unit = 1024 * 1024 * 1024;
+            break;
+        default:
+            break;
         }
         if (unit != 1)
             digits.pop_back();
@@ -82,8 +92,8 @@ std::vector<std::string> commaSeparated(const std::string& text) {
     return items;
 }
 
-const std::vector<OptionSpec>& optionSpecs() {
-    static const std::vector<OptionSpec> specs = {
+const std::vector<OptionDefinition>& optionDefinitions() {
+    static const std::vector<OptionDefinition> definitions = {
         {"host", "LUMIVESPER_SERVER_HOST", "ADDRESS",
          "address to listen on (default 127.0.0.1; 0.0.0.0 for every interface)",
          [](ServerOptions& o, const std::string& v) { o.host = v; }},
@@ -136,27 +146,35 @@ const std::vector<OptionSpec>& optionSpecs() {
          [](ServerOptions& o, const std::string& v) { o.maxBodyBytes = parseSize(v); }},
         {"proxy-burst", "LUMIVESPER_PROXY_BURST", "N",
          "image requests a device may make at once (default 20)",
-         [](ServerOptions& o, const std::string& v) { o.proxyBurst = int(parseInteger(v, 1, 1000000)); }},
+         [](ServerOptions& o, const std::string& v) {
+             o.proxyBurst = int(parseInteger(v, 1, 1000000));
+         }},
         {"proxy-per-hour", "LUMIVESPER_PROXY_PER_HOUR", "N",
          "image requests a device may make an hour after its burst (default 120)",
-         [](ServerOptions& o, const std::string& v) { o.proxyPerHour = int(parseInteger(v, 1, 1000000)); }},
+         [](ServerOptions& o, const std::string& v) {
+             o.proxyPerHour = int(parseInteger(v, 1, 1000000));
+         }},
         {"token-burst", "LUMIVESPER_TOKEN_BURST", "N",
          "tokens one client address may fetch at once (default 10)",
-         [](ServerOptions& o, const std::string& v) { o.tokenBurst = int(parseInteger(v, 1, 1000000)); }},
+         [](ServerOptions& o, const std::string& v) {
+             o.tokenBurst = int(parseInteger(v, 1, 1000000));
+         }},
         {"token-per-hour", "LUMIVESPER_TOKEN_PER_HOUR", "N",
          "tokens one client address may fetch an hour after its burst (default 60)",
-         [](ServerOptions& o, const std::string& v) { o.tokenPerHour = int(parseInteger(v, 1, 1000000)); }},
+         [](ServerOptions& o, const std::string& v) {
+             o.tokenPerHour = int(parseInteger(v, 1, 1000000));
+         }},
         {"trust-forwarded-for", "LUMIVESPER_TRUST_FORWARDED_FOR", nullptr,
          "take the client address from X-Forwarded-For (only behind a reverse proxy that sets it)",
          [](ServerOptions& o, const std::string& v) { o.trustForwardedFor = parseSwitch(v); }},
     };
-    return specs;
+    return definitions;
 }
 
-void applyOption(const OptionSpec& spec, ServerOptions& options, const std::string& value,
-                 const std::string& source) {
+void applyOption(const OptionDefinition& definition, ServerOptions& options,
+                 const std::string& value, const std::string& source) {
     try {
-        spec.apply(options, value);
+        definition.apply(options, value);
     } catch (const UsageError& error) {
         throw UsageError(source + ": " + error.what());
     }
@@ -180,10 +198,10 @@ ParsedCommandLine parseCommandLine(const std::vector<std::string>& arguments,
         options.tokenSecret = *secret;
     if (auto key = environment("OPENROUTER_API_KEY"); key && !key->empty())
         options.providerKey = *key;
-    for (const auto& spec : optionSpecs())
-        if (spec.environment)
-            if (auto value = environment(spec.environment); value && !value->empty())
-                applyOption(spec, options, *value, spec.environment);
+    for (const auto& definition : optionDefinitions())
+        if (definition.environment)
+            if (auto value = environment(definition.environment); value && !value->empty())
+                applyOption(definition, options, *value, definition.environment);
 
     for (std::size_t i = 0; i < arguments.size(); ++i) {
         const std::string& argument = arguments[i];
@@ -198,23 +216,24 @@ ParsedCommandLine parseCommandLine(const std::vector<std::string>& arguments,
         if (!argument.starts_with("--"))
             throw UsageError("unexpected argument \"" + argument + "\"");
         const auto equals = argument.find('=');
-        const std::string name = argument.substr(2, equals == std::string::npos ? std::string::npos
-                                                                                : equals - 2);
-        const auto spec = std::find_if(optionSpecs().begin(), optionSpecs().end(),
-                                       [&](const OptionSpec& s) { return name == s.flag; });
-        if (spec == optionSpecs().end())
+        const std::string name =
+            argument.substr(2, equals == std::string::npos ? std::string::npos : equals - 2);
+        const auto definition =
+            std::find_if(optionDefinitions().begin(), optionDefinitions().end(),
+                         [&](const OptionDefinition& s) { return name == s.flag; });
+        if (definition == optionDefinitions().end())
             throw UsageError("unknown option --" + name);
         std::string value;
         if (equals != std::string::npos) {
             value = argument.substr(equals + 1);
-        } else if (!spec->valueName) {
+        } else if (!definition->valueName) {
             value = "true";
         } else {
             if (i + 1 >= arguments.size())
                 throw UsageError("--" + name + " needs a value");
             value = arguments[++i];
         }
-        applyOption(*spec, options, value, "--" + name);
+        applyOption(*definition, options, value, "--" + name);
     }
 
     if (options.tlsCertificate.has_value() != options.tlsPrivateKey.has_value())
@@ -230,13 +249,13 @@ std::string helpText() {
         "The server of Lumivesper AI: device tokens, prompt templates, the image proxy to\n"
         "OpenRouter and the update feeds. Each option may also be given by the environment\n"
         "variable named beside it; an option on the command line wins.\n\n";
-    for (const auto& spec : optionSpecs()) {
-        std::string left = std::string("  --") + spec.flag;
-        if (spec.valueName)
-            left += std::string(" ") + spec.valueName;
-        text += left + "\n      " + spec.help + "\n";
-        if (spec.environment)
-            text += std::string("      [") + spec.environment + "]\n";
+    for (const auto& definition : optionDefinitions()) {
+        std::string left = std::string("  --") + definition.flag;
+        if (definition.valueName)
+            left += std::string(" ") + definition.valueName;
+        text += left + "\n      " + definition.help + "\n";
+        if (definition.environment)
+            text += std::string("      [") + definition.environment + "]\n";
     }
     text += "  --help      this text\n"
             "  --version   the version\n\n"

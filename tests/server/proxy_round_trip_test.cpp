@@ -1,10 +1,9 @@
 // The program's own proxy client against the real server and a stand-in for OpenRouter.
 
-#include "server_fixture.h"
-
 #include "generation/client_side_image_generator.h"
 #include "generation/proxy_error.h"
 #include "generation/request_text.h"
+#include "server_fixture.h"
 
 #include <atomic>
 #include <fstream>
@@ -111,9 +110,8 @@ TEST_F(ProxyRoundTrip, ATokenThatExpiresInFlightIsRenewedByTheClientsOneRetry) {
     clock.stepAfterNextRead(400s); // the first token has aged past its end when it is shown
 
     std::string image;
-    const auto output = capturedStdout([&] {
-        image = generation::toText(client()->generateImage("a lake", "vendor/model"));
-    });
+    const auto output = capturedStdout(
+        [&] { image = generation::toText(client()->generateImage("a lake", "vendor/model")); });
 
     EXPECT_EQ(image, "img:1");
     EXPECT_NE(output.find("Token expired, retrying with fresh token"), std::string::npos);
@@ -180,15 +178,16 @@ TEST_F(ProxyRoundTrip, ABurstBeyondTheDeviceLimitGets429WithRetryAfter) {
     for (int i = 0; i < 3; ++i)
         proxy->generateImage("a lake", "vendor/model");
 
-    const auto refused = thrown<ProxyError>([&] { proxy->generateImage("a lake", "vendor/model"); });
+    const auto refused =
+        thrown<ProxyError>([&] { proxy->generateImage("a lake", "vendor/model"); });
     ASSERT_TRUE(refused);
     EXPECT_EQ(refused->status(), 429);
     EXPECT_NE(refused->body().find("try again in"), std::string::npos) << refused->body();
 
     httplib::Client http("127.0.0.1", server->port());
-    const auto raw = http.Post(proxyPath,
-                               {{"Authorization", "Bearer " + proxy->tokenManager->validToken()}},
-                               "{}", "application/json");
+    const auto raw =
+        http.Post(proxyPath, {{"Authorization", "Bearer " + proxy->tokenManager->validToken()}},
+                  "{}", "application/json");
     ASSERT_TRUE(raw);
     EXPECT_EQ(raw->status, 429);
     const int retryAfter = std::stoi(raw->get_header_value("Retry-After"));
@@ -217,12 +216,17 @@ TEST_F(ProxyRoundTrip, ProviderFailuresReachTheClientAsServerErrorsItCanShow) {
          "The image provider failed (status 500): upstream exploded"},
         {"operator's key refused", [](auto& r) { replyJson(r, R"({"error":{}})", 401); }, 502,
          "refused this server's account"},
-        {"bad request", [](auto& r) { replyJson(r, R"({"error":{"message":"no such model"}})", 400); },
-         400, "rejected the request: no such model"},
+        {"bad request",
+         [](auto& r) { replyJson(r, R"({"error":{"message":"no such model"}})", 400); }, 400,
+         "rejected the request: no such model"},
         {"error inside a 200", [](auto& r) { replyJson(r, R"({"error":{"message":"policy"}})"); },
          502, "reported an error: policy"},
-        {"time-out", [&](auto& r) { release.wait(); replyJson(r, imageAnswer("late")); }, 504,
-         "did not answer within 1 seconds"},
+        {"time-out",
+         [&](auto& r) {
+             release.wait();
+             replyJson(r, imageAnswer("late"));
+         },
+         504, "did not answer within 1 seconds"},
     };
     const auto proxy = client();
     for (const auto& c : cases) {

@@ -1,10 +1,9 @@
 // The server's other endpoints and its limits, as clients see them.
 
-#include "server_fixture.h"
-
 #include "generation/prompt_manager.h"
 #include "generation/proxy_error.h"
 #include "generation/server_wire.h"
+#include "server_fixture.h"
 #include "settings/update_checker.h"
 
 #include <arpa/inet.h>
@@ -50,18 +49,20 @@ class ServerEndpoints : public ServerTest {};
 
 TEST_F(ServerEndpoints, RefusesOversizedAndUnmeasuredBodiesBeforeReadingThem) {
     start([](ServerOptions& options) { options.maxBodyBytes = 1024 * 1024; });
-    const std::string headers = std::string("POST ") + proxyPath +
-                                " HTTP/1.1\r\nHost: 127.0.0.1\r\nContent-Type: application/json\r\n";
+    const std::string headers =
+        std::string("POST ") + proxyPath +
+        " HTTP/1.1\r\nHost: 127.0.0.1\r\nContent-Type: application/json\r\n";
 
     // 100 MB announced, 1 KB sent: the answer and the close come without the rest.
-    const auto oversized =
-        exchange(server->port(), headers + "Content-Length: 104857600\r\n\r\n" + std::string(1024, 'x'));
+    const auto oversized = exchange(server->port(), headers + "Content-Length: 104857600\r\n\r\n" +
+                                                        std::string(1024, 'x'));
     EXPECT_TRUE(oversized.received.starts_with("HTTP/1.1 413")) << oversized.received;
     EXPECT_NE(oversized.received.find("at most 1 MiB"), std::string::npos);
     EXPECT_TRUE(oversized.closedByServer);
 
     const auto chunked =
-        exchange(server->port(), headers + "Transfer-Encoding: chunked\r\n\r\n400\r\n" + std::string(1024, 'x'));
+        exchange(server->port(),
+                 headers + "Transfer-Encoding: chunked\r\n\r\n400\r\n" + std::string(1024, 'x'));
     EXPECT_TRUE(chunked.received.starts_with("HTTP/1.1 411")) << chunked.received;
     EXPECT_TRUE(chunked.closedByServer);
 
@@ -94,8 +95,8 @@ TEST_F(ServerEndpoints, IssuesTokensOnlyForWellFormedRequestsAndWithinTheAddress
     ServerTest::server.reset();
     start([](ServerOptions& options) { options.tokenLifetime = 900s; });
     httplib::Client fresh("127.0.0.1", server->port());
-    const auto issued = fresh.Post("/api/token", R"({"deviceId":"ABC","bundleId":"b","version":"1"})",
-                                   "application/json");
+    const auto issued = fresh.Post(
+        "/api/token", R"({"deviceId":"ABC","bundleId":"b","version":"1"})", "application/json");
     ASSERT_TRUE(issued);
     const auto answer = generation::decodeTokenResponse(issued->body);
     EXPECT_EQ(answer.expiresIn, 900);
@@ -107,10 +108,12 @@ TEST_F(ServerEndpoints, ServesTheOperatorsPromptsAndKeepsTheLastGoodOnesAfterABr
     int edits = 0;
     const auto write = [&](const std::string& version, const std::string& extra = "") {
         std::ofstream(file, std::ios::trunc)
-            << R"({"version":")" << version << R"(","updated":"u","templates":{"original":"o {userPrompt}","relight":"r {phaseDescription}"}})" << extra;
+            << R"({"version":")" << version
+            << R"(","updated":"u","templates":{"original":"o {userPrompt}","relight":"r {phaseDescription}"}})"
+            << extra;
         // A second write within the file system's time resolution must still count as a change.
-        std::filesystem::last_write_time(
-            file, std::filesystem::file_time_type::clock::now() + std::chrono::seconds(++edits));
+        std::filesystem::last_write_time(file, std::filesystem::file_time_type::clock::now() +
+                                                   std::chrono::seconds(++edits));
     };
     write("v1");
     start([&](ServerOptions& options) { options.promptsFile = file; });
@@ -134,12 +137,11 @@ TEST_F(ServerEndpoints, ServesTheOperatorsPromptsAndKeepsTheLastGoodOnesAfterABr
 
     // A server that cannot start with the file it was given says so instead of serving nothing.
     std::ofstream(file, std::ios::trunc) << "{}";
-    EXPECT_THROW(LumivesperServer(
-                     [&] {
-                         auto options = defaultOptions();
-                         options.promptsFile = file;
-                         return options;
-                     }()),
+    EXPECT_THROW(LumivesperServer([&] {
+                     auto options = defaultOptions();
+                     options.promptsFile = file;
+                     return options;
+                 }()),
                  std::runtime_error);
 }
 
@@ -155,12 +157,12 @@ TEST_F(ServerEndpoints, ServesEachUpdateChannelsFeedAndReportsHealth) {
         options.providerKey.reset();
     });
 
-    const auto found = settings::UpdateChecker::fetchUpdate(
-        server->url() + "/api/updates/appcast.xml", "1", 10s);
+    const auto found =
+        settings::UpdateChecker::fetchUpdate(server->url() + "/api/updates/appcast.xml", "1", 10s);
     ASSERT_TRUE(found);
     EXPECT_EQ(found->displayVersion, "9.9");
-    EXPECT_THROW(settings::UpdateChecker::fetchUpdate(server->url() + "/api/updates/appcast-beta.xml",
-                                                      "1", 10s),
+    EXPECT_THROW(settings::UpdateChecker::fetchUpdate(
+                     server->url() + "/api/updates/appcast-beta.xml", "1", 10s),
                  settings::UpdateCheckError);
 
     httplib::Client http("127.0.0.1", server->port());

@@ -84,10 +84,10 @@ TEST(ServerConfiguration, FlagsWinOverTheEnvironmentAndSecretsComeFromFiles) {
         return found == environment.end() ? std::nullopt : std::optional(found->second);
     };
 
-    const auto parsed = parseCommandLine(
-        {"--port=9100", "--provider-key-file", (folder.path() / "key").string(),
-         "--provider-timeout", "30"},
-        lookup);
+    const auto parsed =
+        parseCommandLine({"--port=9100", "--provider-key-file", (folder.path() / "key").string(),
+                          "--provider-timeout", "30"},
+                         lookup);
     const auto& options = parsed.options;
     EXPECT_EQ(options.port, 9100);
     EXPECT_EQ(options.host, "0.0.0.0");
@@ -118,10 +118,12 @@ TEST(ServerConfiguration, NamesWhatIsWrong) {
             EXPECT_NE(std::string(error.what()).find(says), std::string::npos) << error.what();
         }
     }
-    EXPECT_THROW(parseCommandLine({}, [](const std::string& name) {
-                     return name == "LUMIVESPER_TOKEN_SECRET" ? std::optional<std::string>("short")
-                                                              : std::nullopt;
-                 }),
+    EXPECT_THROW(parseCommandLine({},
+                                  [](const std::string& name) {
+                                      return name == "LUMIVESPER_TOKEN_SECRET"
+                                                 ? std::optional<std::string>("short")
+                                                 : std::nullopt;
+                                  }),
                  UsageError);
 }
 
