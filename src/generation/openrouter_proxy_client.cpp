@@ -3,6 +3,7 @@
 #include "generation/provider_support.h"
 #include "generation/proxy_error.h"
 #include "generation/request_text.h"
+#include "generation/server_wire.h"
 #include "platform/console.h"
 #include "platform/image_io.h"
 #include "platform/redaction.h"
@@ -93,7 +94,7 @@ OpenRouterProxyClient::OpenRouterProxyClient(std::string serverURL_, settings::D
 
 Bytes OpenRouterProxyClient::generateImage(const std::string& prompt, const std::string& model,
                                            std::stop_token stop) const {
-    return send(requestBody(model, prompt), "/chat/completions", std::move(stop));
+    return send(requestBody(model, prompt), std::string(chatCompletionsPath), std::move(stop));
 }
 
 Bytes OpenRouterProxyClient::generateImage(const std::string& prompt, const Bytes& referenceImage,
@@ -101,7 +102,7 @@ Bytes OpenRouterProxyClient::generateImage(const std::string& prompt, const Byte
     const nlohmann::json content = nlohmann::json::array(
         {textPart(prompt),
          {{"type", "image_url"}, {"image_url", {{"url", pngDataURL(referenceImage)}}}}});
-    return send(requestBody(model, content), "/chat/completions", std::move(stop));
+    return send(requestBody(model, content), std::string(chatCompletionsPath), std::move(stop));
 }
 
 Bytes OpenRouterProxyClient::editImage(const std::string& prompt, const Bytes& referenceImage,
@@ -113,12 +114,12 @@ Bytes OpenRouterProxyClient::editImage(const std::string& prompt, const Bytes& r
     };
     const nlohmann::json content =
         nlohmann::json::array({textPart(prompt), image(referenceImage), image(currentImage)});
-    return send(requestBody(model, content), "/chat/completions", std::move(stop));
+    return send(requestBody(model, content), std::string(chatCompletionsPath), std::move(stop));
 }
 
 Bytes OpenRouterProxyClient::send(const nlohmann::json& body, const std::string& path,
                                   std::stop_token stop) const {
-    const std::string url = serverURL + "/api/proxy" + path;
+    const std::string url = serverURL + std::string(proxyPath) + path;
     if (!isParsableURL(url))
         throw ProxyError::invalidURL();
     const std::string token = tokenManager->validToken(stop);

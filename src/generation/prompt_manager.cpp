@@ -2,6 +2,7 @@
 
 #include "generation/bundled_resources.h"
 #include "generation/request_text.h"
+#include "generation/server_wire.h"
 #include "platform/cancellation.h"
 #include "platform/console.h"
 
@@ -48,7 +49,7 @@ PromptTemplates PromptManager::prompts(std::stop_token stop) {
 }
 
 PromptTemplates PromptManager::fetchFromServer(std::stop_token stop) {
-    const std::string url = serverURL + "/api/prompts";
+    const std::string url = serverURL + std::string(promptsPath);
     if (!isParsableURL(url))
         throw PromptError::invalidURL();
     platform::HttpRequest request;

@@ -1,33 +1,16 @@
 #include "generation/token_manager.h"
 
-#include "document/json_coding.h"
 #include "generation/request_text.h"
+#include "generation/server_wire.h"
 #include "platform/cancellation.h"
 #include "platform/console.h"
 #include "platform/uuid.h"
-
-#include <nlohmann/json.hpp>
 
 namespace lumivesper::generation {
 
 namespace {
 
 constexpr const char* bundleIdentifier = "com.lumivesper.app";
-
-struct TokenResponse {
-    std::string token;
-    std::int64_t expiresIn = 0;
-};
-
-TokenResponse decodeTokenResponse(const std::string& body) {
-    try {
-        const auto json = nlohmann::json::parse(body);
-        return {json.at("token").get<std::string>(), json.at("expiresIn").get<std::int64_t>()};
-    } catch (const nlohmann::json::exception& error) {
-        throw document::DecodingError(std::string("The token response could not be read: ") +
-                                      error.what());
-    }
-}
 
 } // namespace
 
@@ -107,18 +90,16 @@ std::string TokenManager::awaitFetch(PendingFetch& fetch, std::stop_token stop) 
 
 std::string TokenManager::fetchToken(std::stop_token stop) {
     platform::consoleLine("🔑 Fetching new token...");
-    const std::string url = serverURL + "/api/token";
+    const std::string url = serverURL + std::string(tokenPath);
     if (!isParsableURL(url))
         throw TokenError::invalidURL();
 
-    const nlohmann::json body = {
-        {"deviceId", deviceId()}, {"bundleId", bundleIdentifier}, {"version", LUMIVESPER_VERSION}};
     platform::HttpRequest request;
     request.method = "POST";
     request.url = url;
     request.timeout = session_.timeout(std::chrono::seconds(60));
     request.headers = {{"Content-Type", "application/json"}};
-    request.body = body.dump();
+    request.body = encodeTokenRequest({deviceId(), bundleIdentifier, LUMIVESPER_VERSION});
     const auto response = session_.http.send(request, std::move(stop));
 
     if (response.status != 200) {
