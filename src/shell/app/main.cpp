@@ -1,6 +1,7 @@
 // The desktop application's entry: one running instance per user, the objects in the order of
 // launch, then Qt's event loop.
 #include "platform/console.h"
+#include "platform/rotating_file_log_sink.h"
 #include "shell/app/lumivesper_app.h"
 #include "shell/app/qt_dialogs.h"
 #include "shell/app/qt_main_thread.h"
@@ -16,6 +17,7 @@
 
 #include <exception>
 #include <iostream>
+#include <memory>
 
 namespace {
 
@@ -48,6 +50,9 @@ int run(QApplication& qt) {
     shell::SingleInstance instance;
     if (instance.handOver(files))
         return 0;
+    // The window's diagnostics go to a log file, not to whatever terminal started it.
+    const platform::ScopedLogSink log(std::make_shared<platform::RotatingFileLogSink>(
+        platform::RotatingFileLogSink::standardFolder()));
     if (!instance.listen())
         platform::consoleLine("⚠️ Could not listen for later launches; they will open windows "
                               "of their own");
