@@ -412,6 +412,7 @@ struct DnnlTileNetwork::Plan {
     dnnl::engine engine{dnnl::engine::kind::cpu, 0};
     dnnl::stream stream{engine};
     std::vector<Buffer> buffers;
+    Buffer scratchpad;
     std::vector<std::pair<dnnl::primitive, std::unordered_map<int, memory>>> steps;
     std::vector<memory> constants; // weights and biases, kept alive for the steps
     memory input, output;
@@ -531,6 +532,17 @@ DnnlTileNetwork::DnnlTileNetwork(const OnnxModel& model, int side, DnnlOptions o
             return stored;
         };
 
+        // Every primitive gets its scratch memory from the network, never from oneDNN's own
+        // per-thread scratchpad: networks are planned on one thread and run on others.
+        dnnl::primitive_attr userScratchpad;
+        userScratchpad.set_scratchpad_mode(dnnl::scratchpad_mode::user);
+        std::vector<memory::desc> scratchNeeds; // one per step
+        auto addStep = [&](dnnl::primitive primitive, const memory::desc& scratch,
+                           std::unordered_map<int, memory> args) {
+            plan.steps.emplace_back(std::move(primitive), std::move(args));
+            scratchNeeds.push_back(scratch);
+        };
+
         for (const Op& op : graph.ops_) {
             if (op.elided)
                 continue;
@@ -546,7 +558,7 @@ DnnlTileNetwork::DnnlTileNetwork(const OnnxModel& model, int side, DnnlOptions o
                 dnnl::post_ops postOps;
                 for (const PostOp& post : op.postOps)
                     postOps.append_eltwise(1.0f, post.kind, post.alpha, post.beta);
-                dnnl::primitive_attr attributes;
+                dnnl::primitive_attr attributes = userScratchpad;
                 attributes.set_post_ops(postOps);
                 auto describe = [&](algorithm method) {
                     return dnnl::convolution_forward::primitive_desc(
@@ -581,17 +593,19 @@ DnnlTileNetwork::DnnlTileNetwork(const OnnxModel& model, int side, DnnlOptions o
                 if (op.bias)
                     args[DNNL_ARG_BIAS] =
                         constantMemory(*op.bias, {weightDims[0]}, Tag::x, op.weightScale);
-                plan.steps.emplace_back(dnnl::convolution_forward(*described), std::move(args));
+                addStep(dnnl::convolution_forward(*described), described->scratchpad_desc(),
+                        std::move(args));
                 break;
             }
             case OpKind::eltwise: {
                 const dnnl::eltwise_forward::primitive_desc described(
                     dnnl::eltwise_forward::desc(dnnl::prop_kind::forward_inference, op.function,
                                                 dst, op.alpha, op.beta),
-                    plan.engine);
+                    userScratchpad, plan.engine);
                 args = {{DNNL_ARG_SRC, valueMemory(op.inputs[0])},
                         {DNNL_ARG_DST, valueMemory(op.output)}};
-                plan.steps.emplace_back(dnnl::eltwise_forward(described), std::move(args));
+                addStep(dnnl::eltwise_forward(described), described.scratchpad_desc(),
+                        std::move(args));
                 break;
             }
             case OpKind::binary: {
@@ -602,11 +616,11 @@ DnnlTileNetwork::DnnlTileNetwork(const OnnxModel& model, int side, DnnlOptions o
                 const dnnl::binary::primitive_desc described(
                     dnnl::binary::desc(op.function, graph.values_.at(op.inputs[0]).desc,
                                        second.get_desc(), dst),
-                    plan.engine);
+                    userScratchpad, plan.engine);
                 args = {{DNNL_ARG_SRC_0, valueMemory(op.inputs[0])},
                         {DNNL_ARG_SRC_1, second},
                         {DNNL_ARG_DST, valueMemory(op.output)}};
-                plan.steps.emplace_back(dnnl::binary(described), std::move(args));
+                addStep(dnnl::binary(described), described.scratchpad_desc(), std::move(args));
                 break;
             }
             case OpKind::prelu: {
@@ -615,11 +629,12 @@ DnnlTileNetwork::DnnlTileNetwork(const OnnxModel& model, int side, DnnlOptions o
                 const dnnl::prelu_forward::primitive_desc described(
                     dnnl::prelu_forward::desc(dnnl::prop_kind::forward_inference, dst,
                                               slope.get_desc()),
-                    plan.engine);
+                    userScratchpad, plan.engine);
                 args = {{DNNL_ARG_SRC, valueMemory(op.inputs[0])},
                         {DNNL_ARG_WEIGHTS, slope},
                         {DNNL_ARG_DST, valueMemory(op.output)}};
-                plan.steps.emplace_back(dnnl::prelu_forward(described), std::move(args));
+                addStep(dnnl::prelu_forward(described), described.scratchpad_desc(),
+                        std::move(args));
                 break;
             }
             case OpKind::concat: {
@@ -629,8 +644,9 @@ DnnlTileNetwork::DnnlTileNetwork(const OnnxModel& model, int side, DnnlOptions o
                     args[DNNL_ARG_MULTIPLE_SRC + static_cast<int>(i)] = valueMemory(op.inputs[i]);
                 }
                 args[DNNL_ARG_DST] = valueMemory(op.output);
-                const dnnl::concat::primitive_desc described(dst, 1, parts, plan.engine);
-                plan.steps.emplace_back(dnnl::concat(described), std::move(args));
+                const dnnl::concat::primitive_desc described(dst, 1, parts, plan.engine,
+                                                             userScratchpad);
+                addStep(dnnl::concat(described), described.scratchpad_desc(), std::move(args));
                 break;
             }
             case OpKind::reorder: {
@@ -639,10 +655,25 @@ DnnlTileNetwork::DnnlTileNetwork(const OnnxModel& model, int side, DnnlOptions o
                 memory to = op.targetView ? bound(op.output, *op.targetView)
                                           : valueMemory(op.output);
                 args = {{DNNL_ARG_FROM, from}, {DNNL_ARG_TO, to}};
-                plan.steps.emplace_back(dnnl::reorder(from, to), std::move(args));
+                // Some reorders take no user scratchpad; those need no scratch memory at all.
+                dnnl::reorder::primitive_desc described(from, to, userScratchpad, true);
+                if (!described)
+                    described = dnnl::reorder::primitive_desc(from, to);
+                addStep(dnnl::reorder(described), described.scratchpad_desc(), std::move(args));
                 break;
             }
             }
+        }
+        std::size_t scratchSize = 64;
+        for (const memory::desc& need : scratchNeeds)
+            scratchSize = std::max(scratchSize, need.get_size());
+        plan.scratchpad.reset(std::aligned_alloc(64, (scratchSize + 63) / 64 * 64));
+        if (!plan.scratchpad)
+            throw UpscaleError::imageCreateFailed();
+        for (std::size_t step = 0; step < plan.steps.size(); ++step) {
+            if (scratchNeeds[step].get_size() > 0)
+                plan.steps[step].second[DNNL_ARG_SCRATCHPAD] =
+                    memory(scratchNeeds[step], plan.engine, plan.scratchpad.get());
         }
         plan.stream.wait();
         plan.input = valueMemory(model.inputName);
