@@ -537,6 +537,14 @@ DnnlTileNetwork::DnnlTileNetwork(const OnnxModel& model, int side, DnnlOptions o
         dnnl::primitive_attr userScratchpad;
         userScratchpad.set_scratchpad_mode(dnnl::scratchpad_mode::user);
         std::vector<memory::desc> scratchNeeds; // one per step
+        // A few implementations take no user scratchpad; they need no scratch memory at all.
+        auto withScratchpad = [&](auto describe) {
+            try {
+                return describe(userScratchpad);
+            } catch (const dnnl::error&) {
+                return describe(dnnl::primitive_attr());
+            }
+        };
         auto addStep = [&](dnnl::primitive primitive, const memory::desc& scratch,
                            std::unordered_map<int, memory> args) {
             plan.steps.emplace_back(std::move(primitive), std::move(args));
@@ -558,7 +566,9 @@ DnnlTileNetwork::DnnlTileNetwork(const OnnxModel& model, int side, DnnlOptions o
                 dnnl::post_ops postOps;
                 for (const PostOp& post : op.postOps)
                     postOps.append_eltwise(1.0f, post.kind, post.alpha, post.beta);
-                dnnl::primitive_attr attributes = userScratchpad;
+                // A fresh one: attributes are shared handles, copies included.
+                dnnl::primitive_attr attributes;
+                attributes.set_scratchpad_mode(dnnl::scratchpad_mode::user);
                 attributes.set_post_ops(postOps);
                 auto describe = [&](algorithm method) {
                     return dnnl::convolution_forward::primitive_desc(
@@ -598,10 +608,12 @@ DnnlTileNetwork::DnnlTileNetwork(const OnnxModel& model, int side, DnnlOptions o
                 break;
             }
             case OpKind::eltwise: {
-                const dnnl::eltwise_forward::primitive_desc described(
-                    dnnl::eltwise_forward::desc(dnnl::prop_kind::forward_inference, op.function,
-                                                dst, op.alpha, op.beta),
-                    userScratchpad, plan.engine);
+                const auto described = withScratchpad([&](const dnnl::primitive_attr& attr) {
+                    return dnnl::eltwise_forward::primitive_desc(
+                        dnnl::eltwise_forward::desc(dnnl::prop_kind::forward_inference,
+                                                    op.function, dst, op.alpha, op.beta),
+                        attr, plan.engine);
+                });
                 args = {{DNNL_ARG_SRC, valueMemory(op.inputs[0])},
                         {DNNL_ARG_DST, valueMemory(op.output)}};
                 addStep(dnnl::eltwise_forward(described), described.scratchpad_desc(),
@@ -613,10 +625,12 @@ DnnlTileNetwork::DnnlTileNetwork(const OnnxModel& model, int side, DnnlOptions o
                 memory second = op.constant
                                     ? constantMemory(*op.constant, {1, dims[1], 1, 1}, Tag::nchw)
                                     : valueMemory(op.inputs[1]);
-                const dnnl::binary::primitive_desc described(
-                    dnnl::binary::desc(op.function, graph.values_.at(op.inputs[0]).desc,
-                                       second.get_desc(), dst),
-                    userScratchpad, plan.engine);
+                const auto described = withScratchpad([&](const dnnl::primitive_attr& attr) {
+                    return dnnl::binary::primitive_desc(
+                        dnnl::binary::desc(op.function, graph.values_.at(op.inputs[0]).desc,
+                                           second.get_desc(), dst),
+                        attr, plan.engine);
+                });
                 args = {{DNNL_ARG_SRC_0, valueMemory(op.inputs[0])},
                         {DNNL_ARG_SRC_1, second},
                         {DNNL_ARG_DST, valueMemory(op.output)}};
@@ -626,10 +640,12 @@ DnnlTileNetwork::DnnlTileNetwork(const OnnxModel& model, int side, DnnlOptions o
             case OpKind::prelu: {
                 const Dims& dims = graph.values_.at(op.output).dims;
                 memory slope = constantMemory(*op.constant, {1, dims[1], 1, 1}, Tag::nchw);
-                const dnnl::prelu_forward::primitive_desc described(
-                    dnnl::prelu_forward::desc(dnnl::prop_kind::forward_inference, dst,
-                                              slope.get_desc()),
-                    userScratchpad, plan.engine);
+                const auto described = withScratchpad([&](const dnnl::primitive_attr& attr) {
+                    return dnnl::prelu_forward::primitive_desc(
+                        dnnl::prelu_forward::desc(dnnl::prop_kind::forward_inference, dst,
+                                                  slope.get_desc()),
+                        attr, plan.engine);
+                });
                 args = {{DNNL_ARG_SRC, valueMemory(op.inputs[0])},
                         {DNNL_ARG_WEIGHTS, slope},
                         {DNNL_ARG_DST, valueMemory(op.output)}};
@@ -644,8 +660,9 @@ DnnlTileNetwork::DnnlTileNetwork(const OnnxModel& model, int side, DnnlOptions o
                     args[DNNL_ARG_MULTIPLE_SRC + static_cast<int>(i)] = valueMemory(op.inputs[i]);
                 }
                 args[DNNL_ARG_DST] = valueMemory(op.output);
-                const dnnl::concat::primitive_desc described(dst, 1, parts, plan.engine,
-                                                             userScratchpad);
+                const auto described = withScratchpad([&](const dnnl::primitive_attr& attr) {
+                    return dnnl::concat::primitive_desc(dst, 1, parts, plan.engine, attr);
+                });
                 addStep(dnnl::concat(described), described.scratchpad_desc(), std::move(args));
                 break;
             }
@@ -655,10 +672,9 @@ DnnlTileNetwork::DnnlTileNetwork(const OnnxModel& model, int side, DnnlOptions o
                 memory to = op.targetView ? bound(op.output, *op.targetView)
                                           : valueMemory(op.output);
                 args = {{DNNL_ARG_FROM, from}, {DNNL_ARG_TO, to}};
-                // Some reorders take no user scratchpad; those need no scratch memory at all.
-                dnnl::reorder::primitive_desc described(from, to, userScratchpad, true);
-                if (!described)
-                    described = dnnl::reorder::primitive_desc(from, to);
+                const auto described = withScratchpad([&](const dnnl::primitive_attr& attr) {
+                    return dnnl::reorder::primitive_desc(from, to, attr);
+                });
                 addStep(dnnl::reorder(described), described.scratchpad_desc(), std::move(args));
                 break;
             }
