@@ -11,6 +11,8 @@
 #include "platform/image_io.h"
 
 #include <algorithm>
+#include <chrono>
+#include <cstdio>
 #include <fstream>
 #include <opencv2/imgproc.hpp>
 
@@ -152,8 +154,23 @@ platform::PixelImage OnnxUpscaleTool::upscaleImage(const platform::PixelImage& i
     // One network serves all tiles of an image, which run in sequence anyway. Holding it for the
     // whole image lets frames finish one after another, and a waiting frame allocates nothing.
     TileNetworkPool::Lease lease = networks_->acquire(stop);
+    // A tile takes seconds on a CPU: each one is reported, with what is left of the image.
+    const std::size_t tiles = tileOrigins(image.width, image.height).size();
+    std::size_t done = 0;
+    const auto start = std::chrono::steady_clock::now();
     const TileRunner runTile = [&](const platform::PixelImage& tile) {
-        return lease.net().run(tile);
+        platform::PixelImage upscaled = lease.net().run(tile);
+        ++done;
+        const double seconds =
+            std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
+        const double perTile = seconds / static_cast<double>(done);
+        char line[160];
+        std::snprintf(line, sizeof line,
+                      "   Upscaled tile %zu/%zu of a %dx%d image (%.1f s a tile, about %.0f s left)",
+                      done, tiles, image.width, image.height, perTile,
+                      perTile * static_cast<double>(tiles - done));
+        platform::consoleLine(line);
+        return upscaled;
     };
     platform::PixelImage result =
         upscaleTiled(image, runTile, TileGeometry{tileSize, overlap, scaleFactor}, stop);
