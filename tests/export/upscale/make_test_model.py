@@ -5,6 +5,8 @@ mix-up shows. halfsize: the same at 2x, a wrong output shape. srvgg16: 16 convol
 channels with PReLU, pixel shuffle x4 plus the upsampled input: realistic work for timings.
 mixed64: a small 64x64 network with every operator and layout case an engine must get right
 (fused and unfused activations, chained channel concatenations, both DepthToSpace modes).
+open64: what other exporters write: an open batch size, initializers also listed as graph
+inputs, a Constant node, constants on either side of Sub (run at 64x64 by the tests).
 tanh512: an operator oneDNN is not given, for the fall-back to OpenCV."""
 
 import os
@@ -99,6 +101,27 @@ def mixed(path):
     save(path, nodes, initializers, 4, tile=64)
 
 
+def open_size(path):
+    rng = np.random.default_rng(11)
+    weights = rng.normal(0, 0.3, (48, 3, 3, 3))
+    initializers = [tensor("w", weights), tensor("high", np.array(0.9))]
+    nodes = [
+        helper.make_node("Constant", [], ["shift"], value=tensor("shift_value", np.array(0.25))),
+        helper.make_node("Conv", ["input", "w"], ["c"], kernel_shape=[3, 3], pads=[1, 1, 1, 1]),
+        helper.make_node("Sub", ["c", "shift"], ["s"]),
+        helper.make_node("DepthToSpace", ["s"], ["d"], blocksize=4, mode="CRD"),
+        helper.make_node("Sub", ["high", "d"], ["output"]),
+    ]
+    inputs = [helper.make_tensor_value_info("input", TensorProto.FLOAT, ["batch", 3, 64, 64])]
+    inputs += [helper.make_tensor_value_info(t.name, TensorProto.FLOAT, list(t.dims))
+               for t in initializers]
+    output = helper.make_tensor_value_info("output", TensorProto.FLOAT, ["batch", 3, 256, 256])
+    graph = helper.make_graph(nodes, "open64", inputs, [output], initializers)
+    model = helper.make_model(graph, opset_imports=[helper.make_opsetid("", 11)])
+    onnx.checker.check_model(model)
+    onnx.save(model, path)
+
+
 def tanh(path):
     weights = []
     nodes = nearest("input", "base", 4, [0, 1, 2], weights)
@@ -116,4 +139,5 @@ if __name__ == "__main__":
         save(os.path.join(sys.argv[1], name + ".onnx"), nodes, weights, scale)
     srvgg(os.path.join(sys.argv[1], "srvgg16.onnx"))
     mixed(os.path.join(sys.argv[1], "mixed64.onnx"))
+    open_size(os.path.join(sys.argv[1], "open64.onnx"))
     tanh(os.path.join(sys.argv[1], "tanh512.onnx"))

@@ -91,6 +91,20 @@ TEST(TileNetworkTest, EnginesAgreeWithinOneLevel) {
     EXPECT_LE(largestDifference(OpenCvTileNetwork(readBytes(path), true).run(tile), reference), 1);
 }
 
+// An open batch size, initializers among the inputs, a Constant node and constants on either side of
+// Sub: read and run as OpenCV runs them.
+TEST(TileNetworkTest, ModelsAsOtherExportersWriteThem) {
+    const fs::path path = models / "open64.onnx";
+    const OnnxModel model = readModel(path);
+    EXPECT_EQ(model.inputName, "input");
+    EXPECT_EQ(model.inputShape, (std::vector<std::int64_t>{-1, 3, 64, 64}));
+    EXPECT_EQ(model.constants.at("shift").values, std::vector<float>{0.25f});
+    const PixelImage tile = noise(64);
+    DnnlTileNetwork network(model, 64);
+    EXPECT_LE(largestDifference(network.run(tile), OpenCvTileNetwork(readBytes(path), false).run(tile)),
+              1);
+}
+
 TEST(TileNetworkTest, ModelsOneDnnCannotRunAreRefusedByName) {
     try {
         DnnlTileNetwork network(readModel(models / "tanh512.onnx"));
