@@ -1,13 +1,19 @@
 #include "export/upscale/onnx_upscale_tool.h"
 
 #include "export/upscale/model_location.h"
-#include "export/upscale/onnx_net_pool.h"
+#include "export/upscale/dnnl_tile_network.h"
+#include "export/upscale/onnx_model.h"
+#include "export/upscale/opencv_tile_network.h"
+#include "export/upscale/tile_network_pool.h"
 #include "export/upscale/tile_upscaler.h"
 #include "export/upscale/upscale_error.h"
 #include "platform/console.h"
 #include "platform/image_io.h"
 
 #include <algorithm>
+#include <chrono>
+#include <cstdio>
+#include <fstream>
 #include <opencv2/imgproc.hpp>
 
 namespace lumivesper::upscale {
@@ -21,6 +27,33 @@ std::filesystem::path locatedModel() {
     for (const auto& candidate : upscaleModelCandidates())
         tried += (tried.empty() ? "" : ", ") + candidate.string();
     platform::consoleLine("❌ Upscaling model not found; looked for " + tried);
+    throw UpscaleError::modelLoadFailed();
+}
+
+std::vector<char> readModelBytes(const std::filesystem::path& path) {
+    std::error_code error;
+    if (!std::filesystem::is_regular_file(path, error))
+        throw UpscaleError::modelLoadFailed();
+    const auto size = std::filesystem::file_size(path, error);
+    if (error || size == 0)
+        throw UpscaleError::modelLoadFailed();
+    std::vector<char> bytes(size);
+    std::ifstream file(path, std::ios::binary);
+    if (!file.read(bytes.data(), static_cast<std::streamsize>(bytes.size())))
+        throw UpscaleError::modelLoadFailed();
+    return bytes;
+}
+
+// The model must take the tile the tiling cuts: 1x3x512x512, or a size it leaves open.
+void checkTileInput(const OnnxModel& model, const std::filesystem::path& path) {
+    const auto& shape = model.inputShape;
+    const bool fits = shape.size() == 4 && (shape[0] == 1 || shape[0] < 0) && shape[1] == 3 &&
+                      std::all_of(shape.begin() + 2, shape.end(), [](std::int64_t side) {
+                          return side < 0 || side == OnnxUpscaleTool::tileSize;
+                      });
+    if (fits)
+        return;
+    platform::consoleLine("❌ " + path.string() + " does not take 1x3x512x512 RGB tiles");
     throw UpscaleError::modelLoadFailed();
 }
 
@@ -57,28 +90,61 @@ OnnxUpscaleTool::OnnxUpscaleTool(const std::filesystem::path& modelPath, Compute
                                  std::size_t maxNetworks)
     : modelPath_(modelPath) {
     try {
-        networks_ = std::make_unique<OnnxNetPool>(modelPath, target, maxNetworks);
+        auto bytes = std::make_shared<const std::vector<char>>(readModelBytes(modelPath));
+        OnnxModel model;
+        try {
+            model = parseOnnxModel(*bytes);
+        } catch (const OnnxFormatError&) {
+            throw UpscaleError::modelLoadFailed();
+        }
+        checkTileInput(model, modelPath);
+
+        std::optional<std::string> device;
+        if (target == ComputeTarget::automatic || target == ComputeTarget::openCl)
+            device = openClDevice(target == ComputeTarget::automatic);
+        if (target == ComputeTarget::openCl && !device) {
+            platform::consoleLine("❌ No OpenCL device to run the upscaler on");
+            throw UpscaleError::modelLoadFailed();
+        }
+        TileNetworkPool::Factory make;
+        if (device) {
+            usesGpu_ = true;
+            engine_ = "OpenCV DNN on the OpenCL device " + *device;
+            make = [bytes] { return std::make_unique<OpenCvTileNetwork>(*bytes, true); };
+        } else if (target != ComputeTarget::openCvCpu) {
+            try {
+                // Planning the first network checks every operator; the pool takes that one first.
+                auto shared = std::make_shared<const OnnxModel>(std::move(model));
+                auto first = std::make_shared<std::unique_ptr<TileNetwork>>(
+                    std::make_unique<DnnlTileNetwork>(*shared, tileSize));
+                engine_ = "oneDNN on the CPU";
+                make = [shared, first]() -> std::unique_ptr<TileNetwork> {
+                    if (*first)
+                        return std::move(*first);
+                    return std::make_unique<DnnlTileNetwork>(*shared, tileSize);
+                };
+            } catch (const UnsupportedNetwork& reason) {
+                platform::consoleLine(std::string("🔧 oneDNN cannot run this model (") +
+                                      reason.what() + "); OpenCV runs it instead");
+            }
+        }
+        if (!make) {
+            engine_ = "OpenCV DNN on the CPU";
+            make = [bytes] { return std::make_unique<OpenCvTileNetwork>(*bytes, false); };
+        }
+        networks_ = std::make_unique<TileNetworkPool>(std::move(make), maxNetworks);
     } catch (const UpscaleError&) {
         platform::consoleLine("❌ Upscaling model could not be loaded from " + modelPath.string());
         throw;
     }
-    platform::consoleLine("🔧 Upscaler: " + modelPath.string() + " runs on " +
-                          (networks_->usesGpu()
-                               ? "the OpenCL GPU " + networks_->deviceName()
-                               : std::string("the CPU (no OpenCL GPU device found)")));
+    platform::consoleLine("🔧 Upscaler: " + modelPath.string() + " runs with " + engine_);
 }
 
 OnnxUpscaleTool::~OnnxUpscaleTool() = default;
 
-bool OnnxUpscaleTool::usesGpu() const {
-    return networks_->usesGpu();
-}
-
 platform::PixelImage OnnxUpscaleTool::upscaleTile(const platform::PixelImage& tile) const {
-    OnnxNetPool::Lease lease = networks_->acquire();
-    lease.net().setInput(tileToBlob(tile));
-    // The output lives in the network's buffers: read it before the next caller runs.
-    return blobToTile(lease.net().forward(), tile.width * scaleFactor);
+    TileNetworkPool::Lease lease = networks_->acquire();
+    return lease.net().run(tile);
 }
 
 platform::PixelImage OnnxUpscaleTool::upscaleImage(const platform::PixelImage& image,
@@ -87,10 +153,24 @@ platform::PixelImage OnnxUpscaleTool::upscaleImage(const platform::PixelImage& i
         throw UpscaleError::invalidInputSize();
     // One network serves all tiles of an image, which run in sequence anyway. Holding it for the
     // whole image lets frames finish one after another, and a waiting frame allocates nothing.
-    OnnxNetPool::Lease lease = networks_->acquire(stop);
+    TileNetworkPool::Lease lease = networks_->acquire(stop);
+    // A tile takes seconds on a CPU: each one is reported, with what is left of the image.
+    const std::size_t tiles = tileOrigins(image.width, image.height).size();
+    std::size_t done = 0;
+    const auto start = std::chrono::steady_clock::now();
     const TileRunner runTile = [&](const platform::PixelImage& tile) {
-        lease.net().setInput(tileToBlob(tile));
-        return blobToTile(lease.net().forward(), tileSize * scaleFactor);
+        platform::PixelImage upscaled = lease.net().run(tile);
+        ++done;
+        const double seconds =
+            std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
+        const double perTile = seconds / static_cast<double>(done);
+        char line[160];
+        std::snprintf(line, sizeof line,
+                      "   Upscaled tile %zu/%zu of a %dx%d image (%.1f s a tile, about %.0f s left)",
+                      done, tiles, image.width, image.height, perTile,
+                      perTile * static_cast<double>(tiles - done));
+        platform::consoleLine(line);
+        return upscaled;
     };
     platform::PixelImage result =
         upscaleTiled(image, runTile, TileGeometry{tileSize, overlap, scaleFactor}, stop);

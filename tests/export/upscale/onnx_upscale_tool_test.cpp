@@ -9,6 +9,7 @@
 
 #include <fstream>
 #include <future>
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <random>
 
@@ -195,6 +196,22 @@ TEST_F(OnnxUpscaleToolTest, FailuresAndTheirDescriptions) {
         EXPECT_EQ(error.kind(), UpscaleError::Kind::modelLoadFailed) << name;
         EXPECT_EQ(error.description(), "ONNX model failed to load.");
     }
+}
+
+TEST_F(OnnxUpscaleToolTest, EngineFollowsTheTargetAndTheModelsOperators) {
+    EXPECT_EQ(tool.engineDescription(), "oneDNN on the CPU");
+    const OnnxUpscaleTool reference(exactModel, ComputeTarget::openCvCpu);
+    EXPECT_EQ(reference.engineDescription(), "OpenCV DNN on the CPU");
+    // oneDNN is not given Tanh: the model still runs, on OpenCV.
+    const OnnxUpscaleTool fallback(models / "tanh512.onnx", ComputeTarget::cpu);
+    EXPECT_EQ(fallback.engineDescription(), "OpenCV DNN on the CPU");
+    EXPECT_EQ(fallback.upscaleTile(noise(512, 512)).width, 2048);
+
+    // The OpenCL path end to end, on whatever OpenCL device there is (pocl in CI).
+    const OnnxUpscaleTool openCl(exactModel, ComputeTarget::openCl);
+    EXPECT_THAT(openCl.engineDescription(), ::testing::StartsWith("OpenCV DNN on the OpenCL device"));
+    const PixelImage source = noise(700, 600);
+    EXPECT_TRUE(isExact4x(source, openCl.upscaleImage(source)));
 }
 
 TEST_F(OnnxUpscaleToolTest, ModelIsFoundThroughTheVariableElseUserDataElseTheInstallation) {
