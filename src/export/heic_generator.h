@@ -3,6 +3,7 @@
 #include "document/wallpaper_image.h"
 #include "document/wallpaper_mode.h"
 #include "export/heic_frame.h"
+#include "export/hevc_frame_encoder.h"
 
 #include <filesystem>
 #include <functional>
@@ -42,9 +43,12 @@ regenerateTweens(const std::vector<document::WallpaperImage>& tweens,
 // per export and call generate() on a worker thread; it blocks until the file is complete.
 // Failures are HeicGeneratorError (or the preprocessor's, upscaler's and tween generator's own
 // errors, passed through); a stop of `stop` surfaces as CancellationError where preprocessing and
-// tween blending check for it. The encoding loop itself runs to its end.
+// tween blending check for it, and between encoded frames (a stopped export writes nothing).
 class HeicGenerator {
 public:
+    explicit HeicGenerator(HevcEncoderSettings settings = encoderSettingsForQuality(defaultQuality))
+        : settings_(std::move(settings)) {}
+
     void generate(const std::vector<document::WallpaperImage>& images,
                   const std::filesystem::path& outputURL, document::WallpaperMode mode,
                   const std::optional<HeicPreprocessConfig>& preprocessConfig,
@@ -67,6 +71,8 @@ private:
                                  const std::optional<HeicPreprocessConfig>& preprocessConfig,
                                  int total, const ProgressCallback& progress,
                                  std::stop_token stop) const;
+
+    HevcEncoderSettings settings_;
 };
 
 } // namespace lumivesper::exporting
