@@ -25,15 +25,17 @@ namespace {
 constexpr std::int64_t bytesPerPixelInFlight = 16;
 // An unknown frame is budgeted as an 8K one.
 constexpr std::int64_t unknownFramePixels = 7680LL * 4320;
-// Frames in flight stay within this, and within half the memory that is free.
-constexpr std::int64_t memoryBudgetCap = 1024LL << 20;
+// Frames in flight stay within this much per core (two 8K frames on two cores), and within half
+// the memory that is free.
+constexpr std::int64_t memoryBudgetPerCore = 640LL << 20;
 
-std::int64_t memoryBudget() {
+std::int64_t memoryBudget(int cores) {
+    const std::int64_t cap = memoryBudgetPerCore * cores;
     const long pages = ::sysconf(_SC_AVPHYS_PAGES);
     const long pageSize = ::sysconf(_SC_PAGESIZE);
     if (pages <= 0 || pageSize <= 0)
-        return memoryBudgetCap;
-    return std::min<std::int64_t>(memoryBudgetCap, std::int64_t(pages) * pageSize / 2);
+        return cap;
+    return std::min<std::int64_t>(cap, std::int64_t(pages) * pageSize / 2);
 }
 
 int coreCount() {
@@ -191,8 +193,8 @@ void HeicWriter::finalize(const EncodedCallback& onEncoded) {
     std::int64_t largest = 0;
     for (const auto& frame : frames_)
         largest = std::max(largest, frame.pixelCount > 0 ? frame.pixelCount : unknownFramePixels);
-    const auto plan =
-        planEncoding(imageCount(), largest, coreCount(), memoryBudget());
+    const int cores = coreCount();
+    const auto plan = planEncoding(imageCount(), largest, cores, memoryBudget(cores));
     HevcEncoderSettings settings = settings_;
     settings.threads = plan.threadsPerFrame;
 

@@ -62,6 +62,8 @@ std::unique_ptr<x265_param, ParamDeleter> makeParams(const PlanarFrame& frame,
     param->frameNumThreads = 1;
     setParam(param.get(), "pools", std::to_string(std::max(1, settings.threads)));
     setParam(param.get(), "crf", std::to_string(settings.constantRateFactor));
+    for (const auto& [name, value] : settings.options)
+        setParam(param.get(), name.c_str(), value);
     // The same colour description as the file's, for decoders that read only the stream.
     param->vui.bEnableVideoSignalTypePresentFlag = 1;
     param->vui.bEnableVideoFullRangeFlag = ColourDescription::fullRange;
@@ -144,6 +146,24 @@ HevcEncoderSettings encoderSettingsForQuality(int quality) {
     const int clamped = std::clamp(quality, 0, 100);
     settings.constantRateFactor =
         std::clamp(settings.constantRateFactor + (defaultQuality - clamped) / 2.0, 0.0, 51.0);
+    return settings;
+}
+
+HevcEncoderSettings withPresetAndOptions(HevcEncoderSettings settings, const std::string& text) {
+    std::size_t start = 0;
+    for (bool first = true; start <= text.size(); first = false) {
+        const std::size_t end = std::min(text.find('+', start), text.size());
+        const std::string part = text.substr(start, end - start);
+        start = end + 1;
+        if (first) {
+            settings.preset = part;
+            continue;
+        }
+        const std::size_t equals = part.find('=');
+        if (equals == std::string::npos)
+            throw HevcEncodeError("option without a value: " + part);
+        settings.options.emplace_back(part.substr(0, equals), part.substr(equals + 1));
+    }
     return settings;
 }
 

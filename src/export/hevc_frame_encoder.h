@@ -5,6 +5,7 @@
 #include <cstdint>
 #include <stdexcept>
 #include <string>
+#include <utility>
 #include <vector>
 
 namespace lumivesper::exporting {
@@ -16,8 +17,13 @@ struct HevcEncoderSettings {
     std::string preset = "fast";
     std::string tune = "psnr";
     double constantRateFactor = 25.0;
+    // Encoder options applied over the preset, by their command-line names.
+    std::vector<std::pair<std::string, std::string>> options;
     int threads = 1; // the encoder's own pool: wavefront rows of one frame
 };
+
+// "preset+name=value+name=value": a preset with options over it, as benchmarks name settings.
+HevcEncoderSettings withPresetAndOptions(HevcEncoderSettings settings, const std::string& text);
 
 // The user's quality, 0 (smallest) to 100 (best); `defaultQuality` keeps the look of the files
 // this program has always written. Each step of 2 moves the rate factor by one.
