@@ -65,9 +65,9 @@ class EncodeQueue {
 public:
     explicit EncodeQueue(std::size_t count) : results_(count), failures_(count) {}
 
-    std::optional<std::size_t> take() {
+    std::optional<std::size_t> take(const std::stop_token& stop) {
         std::lock_guard lock(mutex_);
-        if (halted_ || next_ >= results_.size())
+        if (halted_ || stop.stop_requested() || next_ >= results_.size())
             return std::nullopt;
         return next_++;
     }
@@ -201,7 +201,7 @@ void HeicWriter::finalize(const EncodedCallback& onEncoded) {
     EncodeQueue queue(frames_.size());
     std::stop_callback wake(stop_, [&queue] { queue.wake(); });
     auto work = [&] {
-        while (const auto index = queue.take()) {
+        while (const auto index = queue.take(stop_)) {
             try {
                 auto pixels = frames_[*index].load();
                 frames_[*index].load = nullptr; // drops a held image

@@ -1,7 +1,6 @@
 #include "export/heif_box_writer.h"
 
 #include <algorithm>
-#include <map>
 #include <stdexcept>
 #include <string_view>
 
