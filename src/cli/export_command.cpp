@@ -37,7 +37,7 @@ constexpr const char* exportUsage =
     "Usage: lumivesper-cli export (PACKAGE.lvesper | IMAGE...) -o OUT.heic [--mode "
     "time|appearance]\n"
     "           [--canvas source|8k|6k|WxH] [--upscale off|auto|fast|max|scale2|scale4]\n"
-    "           [--dither] [--keep-frames]\n\n"
+    "           [--dither] [--keep-frames] [--quality N]\n\n"
     "Makes a dynamic wallpaper from the images, in the order the document would give them.\n\n"
     "  PACKAGE.lvesper   a saved project: its images, values and mode (--mode overrides it)\n"
     "  IMAGE             an image file, optionally followed by its values after '@':\n"
@@ -54,7 +54,8 @@ constexpr const char* exportUsage =
     "                    $LUMIVESPER_UPSCALE_MODEL or the data folders\n"
     "  --dither          add a faint noise against banding\n"
     "  --keep-frames     keep the prepared frames under the data folder (Lumivesper AI/\n"
-    "                    Preprocessed/DATE-TIME) instead of a temporary folder\n\n"
+    "                    Preprocessed/DATE-TIME) instead of a temporary folder\n"
+    "  --quality N       0 (smallest file) to 100 (best picture); default 50\n\n"
     "Progress goes to standard error; Ctrl-C stops the export and removes its temporary files.\n";
 
 struct ImageArgument {
@@ -201,7 +202,7 @@ int runExport(const CommandContext& context) {
             continue;
         }
         if (argument == "-o" || argument == "--output" || argument == "--mode" ||
-            argument == "--canvas" || argument == "--upscale") {
+            argument == "--canvas" || argument == "--upscale" || argument == "--quality") {
             if (i + 1 >= args.size()) {
                 context.err << "lumivesper-cli export: " << argument << " needs a value\n";
                 return exitUsage;
@@ -225,6 +226,15 @@ int runExport(const CommandContext& context) {
                     return exitUsage;
                 }
                 options = *parsed;
+            } else if (argument == "--quality") {
+                const auto quality = parseNumber(value);
+                if (!quality || *quality < 0 || *quality > 100 || *quality != std::floor(*quality)) {
+                    context.err << "lumivesper-cli export: --quality must be a whole number from 0 "
+                                   "to 100, not '"
+                                << value << "'\n";
+                    return exitUsage;
+                }
+                options.quality = static_cast<int>(*quality);
             } else if (argument == "--upscale") {
                 if (value == "off") {
                     options.upscaleEnabled = false;
@@ -341,8 +351,8 @@ int runExport(const CommandContext& context) {
         if (options.upscaleEnabled)
             upscaler = std::make_shared<upscale::OnnxUpscaleTool>();
         config = exporting::makePreprocessConfig(options, upscaler);
-        exporting::HeicGenerator().generate(state.images(), *output, mode, config, progress,
-                                            interrupt.token());
+        exporting::HeicGenerator(exporting::encoderSettingsForQuality(options.quality))
+            .generate(state.images(), *output, mode, config, progress, interrupt.token());
     } catch (const exporting::HeicGeneratorError& error) {
         failure = error.description();
     } catch (const exporting::TweenGeneratorError& error) {

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "export/heic_frame.h"
+#include "export/hevc_frame_encoder.h"
 #include "export/upscale/upscale_plan.h"
 
 #include <chrono>
@@ -32,6 +33,8 @@ struct HeicExportOptions {
     upscale::HeicUpscaleStrategy upscaleStrategy = upscale::HeicUpscaleStrategy::auto_;
     bool enableDither = false;
     bool keepPreprocessedFrames = false;
+    // 0 (smallest files) to 100 (best pictures); the default keeps the usual look.
+    int quality = defaultQuality;
 
     bool operator==(const HeicExportOptions&) const = default;
 

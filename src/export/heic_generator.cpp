@@ -87,6 +87,19 @@ void requireWritableDestination(const std::filesystem::path& output) {
     std::filesystem::remove(probe, error);
 }
 
+// What a frame will decode to, for the encoder's memory budget; 0 when its header is unreadable
+// (loading it will then report the failure).
+std::int64_t pixelCount(const HeicFrameSource& frame) {
+    if (frame.size.width > 0 && frame.size.height > 0)
+        return static_cast<std::int64_t>(frame.size.width * frame.size.height);
+    try {
+        const auto size = platform::readImageSize(frame.url);
+        return std::int64_t(size.width) * size.height;
+    } catch (const platform::ImageIoError&) {
+        return 0;
+    }
+}
+
 bool countsAsLight(const WallpaperImage& image) {
     return image.isLight.value_or(true);
 }
@@ -152,22 +165,19 @@ void HeicGenerator::generateTimeBased(const std::vector<WallpaperImage>& images,
     } catch (const std::invalid_argument&) {
         throw HeicGeneratorError::metadataCreationFailed();
     }
-    HeicWriter writer(outputURL);
+    HeicWriter writer(outputURL, settings_, stop);
 
     const int base = preprocessConfig ? static_cast<int>(images.size()) : 0;
     const int frameCount = static_cast<int>(frames.size());
     for (int n = 0; n < frameCount; ++n) {
-        // A cancelled export writes nothing, so each frame (minutes at 8K) is a place to stop.
-        platform::throwIfCancelled(stop);
-        {
-            // One decoded frame at a time: it is released before the next is read.
-            const auto pixels = loadFrame(frames[n].url);
-            writer.addImage(pixels, n == 0 ? xmp : std::string());
-        }
+        // Frames are decoded by the writer's workers, a few at a time, never the whole stack.
+        writer.addImage([url = frames[n].url] { return loadFrame(url); }, pixelCount(frames[n]),
+                        n == 0 ? xmp : std::string());
+    }
+    writer.finalize([&](int n) {
         report(progress, base + n + 1, total,
                "Encoded image " + std::to_string(n + 1) + "/" + std::to_string(frameCount));
-    }
-    writer.finalize(stop);
+    });
     report(progress, total, total,
            "Solar wallpaper created with " + std::to_string(frameCount) + " images");
 }
@@ -214,8 +224,8 @@ void HeicGenerator::generateAppearanceBased(
                     std::to_string(pixels.height));
         return pixels;
     };
-    const auto light = load(lightFrame, "light");
-    const auto dark = load(darkFrame, "dark");
+    auto light = load(lightFrame, "light");
+    auto dark = load(darkFrame, "dark");
 
     consoleLine("DEBUG: Creating metadata plist");
     std::string base64;
@@ -234,7 +244,7 @@ void HeicGenerator::generateAppearanceBased(
     consoleLine("DEBUG: Creating image destination at: " + outputURL.string());
     std::optional<HeicWriter> writer;
     try {
-        writer.emplace(outputURL);
+        writer.emplace(outputURL, settings_, stop);
     } catch (const HeicGeneratorError&) {
         consoleLine("ERROR: Failed to create image destination");
         throw;
@@ -243,13 +253,11 @@ void HeicGenerator::generateAppearanceBased(
         // Our writer encodes while adding, where the platform's did so when finalizing; either
         // way a failure here means the file could not be finished.
         consoleLine("DEBUG: Adding light image with metadata");
-        platform::throwIfCancelled(stop);
-        writer->addImage(light, xmp);
+        writer->addImage(std::move(light), xmp);
         consoleLine("DEBUG: Adding dark image");
-        platform::throwIfCancelled(stop);
-        writer->addImage(dark);
+        writer->addImage(std::move(dark));
         consoleLine("DEBUG: Finalizing HEIC file");
-        writer->finalize(stop);
+        writer->finalize();
     } catch (const HeicGeneratorError&) {
         consoleLine("ERROR: Failed to finalize HEIC");
         throw;

@@ -3,6 +3,7 @@
 #include "document/wallpaper_image.h"
 #include "document/wallpaper_mode.h"
 #include "export/heic_frame.h"
+#include "export/hevc_frame_encoder.h"
 
 #include <filesystem>
 #include <functional>
@@ -47,6 +48,9 @@ regenerateTweens(const std::vector<document::WallpaperImage>& tweens,
 // (heicCreationFailed) before any work.
 class HeicGenerator {
 public:
+    explicit HeicGenerator(HevcEncoderSettings settings = encoderSettingsForQuality(defaultQuality))
+        : settings_(std::move(settings)) {}
+
     void generate(const std::vector<document::WallpaperImage>& images,
                   const std::filesystem::path& outputURL, document::WallpaperMode mode,
                   const std::optional<HeicPreprocessConfig>& preprocessConfig,
@@ -69,6 +73,8 @@ private:
                                  const std::optional<HeicPreprocessConfig>& preprocessConfig,
                                  int total, const ProgressCallback& progress,
                                  std::stop_token stop) const;
+
+    HevcEncoderSettings settings_;
 };
 
 } // namespace lumivesper::exporting

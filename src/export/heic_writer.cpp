@@ -1,122 +1,254 @@
 #include "export/heic_writer.h"
 
 #include "export/heic_generator_error.h"
+#include "export/heif_box_writer.h"
 #include "platform/cancellation.h"
 #include "platform/uuid.h"
 
-#include <cstring>
-#include <libheif/heif.h>
+#include <algorithm>
+#include <condition_variable>
+#include <exception>
+#include <fstream>
+#include <memory>
+#include <mutex>
+#include <optional>
 #include <system_error>
+#include <thread>
+#include <unistd.h>
 
 namespace lumivesper::exporting {
 
 namespace {
 
-struct ImageDeleter {
-    void operator()(heif_image* image) const { heif_image_release(image); }
-};
-struct HandleDeleter {
-    void operator()(heif_image_handle* handle) const { heif_image_handle_release(handle); }
-};
+// Measured peak of one frame in flight, per pixel: the decoded RGBA (4), its planes (1.5) and the
+// encoder's own pictures and analysis buffers.
+constexpr std::int64_t bytesPerPixelInFlight = 16;
+// An unknown frame is budgeted as an 8K one.
+constexpr std::int64_t unknownFramePixels = 7680LL * 4320;
+// Frames in flight stay within this much per core (two 8K frames on two cores), and within half
+// the memory that is free.
+constexpr std::int64_t memoryBudgetPerCore = 640LL << 20;
 
-bool isOpaque(const platform::PixelImage& image) {
-    for (std::size_t i = 3; i < image.rgba.size(); i += 4)
-        if (image.rgba[i] != 255)
-            return false;
-    return true;
+std::int64_t memoryBudget(int cores) {
+    const std::int64_t cap = memoryBudgetPerCore * cores;
+    const long pages = ::sysconf(_SC_AVPHYS_PAGES);
+    const long pageSize = ::sysconf(_SC_PAGESIZE);
+    if (pages <= 0 || pageSize <= 0)
+        return cap;
+    return std::min<std::int64_t>(cap, std::int64_t(pages) * pageSize / 2);
 }
 
-// Copies the pixels into a libheif image of interleaved RGB or RGBA.
-std::unique_ptr<heif_image, ImageDeleter> makeHeifImage(const platform::PixelImage& source) {
-    const bool alpha = !isOpaque(source);
-    heif_image* raw = nullptr;
-    if (heif_image_create(source.width, source.height, heif_colorspace_RGB,
-                          alpha ? heif_chroma_interleaved_RGBA : heif_chroma_interleaved_RGB, &raw)
-            .code != heif_error_Ok)
+int coreCount() {
+    return std::max(1u, std::thread::hardware_concurrency());
+}
+
+CodedFrame encodeFrame(const platform::PixelImage& image, const HevcEncoderSettings& settings) {
+    if (image.empty())
         throw HeicGeneratorError::fileWriteFailed();
-    std::unique_ptr<heif_image, ImageDeleter> image(raw);
-    if (heif_image_add_plane(image.get(), heif_channel_interleaved, source.width, source.height, 8)
-            .code != heif_error_Ok)
-        throw HeicGeneratorError::fileWriteFailed();
-    int stride = 0;
-    std::uint8_t* plane = heif_image_get_plane(image.get(), heif_channel_interleaved, &stride);
-    if (!plane)
-        throw HeicGeneratorError::fileWriteFailed();
-    for (int y = 0; y < source.height; ++y) {
-        const std::uint8_t* from = source.pixel(0, y);
-        std::uint8_t* to = plane + std::size_t(y) * stride;
-        if (alpha) {
-            std::memcpy(to, from, source.rowBytes());
-            continue;
-        }
-        for (int x = 0; x < source.width; ++x, from += 4, to += 3) {
-            to[0] = from[0];
-            to[1] = from[1];
-            to[2] = from[2];
-        }
+    CodedFrame frame;
+    frame.width = image.width;
+    frame.height = image.height;
+    {
+        const auto planes = toYCbCr420(image);
+        frame.codedWidth = planes.codedWidth;
+        frame.codedHeight = planes.codedHeight;
+        frame.colour = encodeHevcImage(planes, settings);
     }
-    return image;
+    if (!isOpaque(image))
+        frame.alpha = encodeHevcImage(alphaPlane(image), settings);
+    return frame;
+}
+
+// The frames of one finalize(): workers take the next frame in order and leave its result; the
+// caller collects results in order.
+class EncodeQueue {
+public:
+    explicit EncodeQueue(std::size_t count) : results_(count), failures_(count) {}
+
+    std::optional<std::size_t> take(const std::stop_token& stop) {
+        std::lock_guard lock(mutex_);
+        if (halted_ || stop.stop_requested() || next_ >= results_.size())
+            return std::nullopt;
+        return next_++;
+    }
+    void finish(std::size_t index, std::optional<CodedFrame> result, std::exception_ptr failure) {
+        {
+            std::lock_guard lock(mutex_);
+            results_[index] = std::move(result);
+            failures_[index] = std::move(failure);
+        }
+        changed_.notify_all();
+    }
+    // No frame starts after this; running ones finish.
+    void halt() {
+        {
+            std::lock_guard lock(mutex_);
+            halted_ = true;
+        }
+        changed_.notify_all();
+    }
+    // Waits until frame `index` is done (true) or a stop was requested (false).
+    bool waitFor(std::size_t index, const std::stop_token& stop) {
+        std::unique_lock lock(mutex_);
+        changed_.wait(lock, [&] {
+            return results_[index] || failures_[index] || stop.stop_requested();
+        });
+        return results_[index] || failures_[index];
+    }
+    std::exception_ptr failure(std::size_t index) {
+        std::lock_guard lock(mutex_);
+        return failures_[index];
+    }
+    std::vector<CodedFrame> results() {
+        std::vector<CodedFrame> frames;
+        frames.reserve(results_.size());
+        for (auto& result : results_)
+            frames.push_back(std::move(*result));
+        return frames;
+    }
+    // Makes a waiter look again (after a stop); under the lock, so the wake cannot slip in
+    // between its check and its sleep.
+    void wake() {
+        {
+            std::lock_guard lock(mutex_);
+        }
+        changed_.notify_all();
+    }
+
+private:
+    std::mutex mutex_;
+    std::condition_variable changed_;
+    std::vector<std::optional<CodedFrame>> results_;
+    std::vector<std::exception_ptr> failures_;
+    std::size_t next_ = 0;
+    bool halted_ = false;
+};
+
+void writeFile(const std::filesystem::path& path, const std::vector<CodedFrame>& frames,
+               const std::string& xmp, int xmpFrame) {
+    const HeifLayout layout(frames, xmp, static_cast<std::size_t>(xmpFrame));
+    std::ofstream out(path, std::ios::binary | std::ios::trunc);
+    auto put = [&out](const std::vector<std::uint8_t>& bytes) {
+        out.write(reinterpret_cast<const char*>(bytes.data()),
+                  static_cast<std::streamsize>(bytes.size()));
+    };
+    put(layout.header());
+    for (const auto& frame : frames) {
+        put(frame.colour.data);
+        if (frame.alpha)
+            put(frame.alpha->data);
+    }
+    out.write(xmp.data(), static_cast<std::streamsize>(xmp.size()));
+    out.close();
+    if (!out)
+        throw HeicGeneratorError::fileWriteFailed();
 }
 
 } // namespace
 
-void HeicWriter::ContextDeleter::operator()(heif_context* context) const {
-    heif_context_free(context);
-}
-void HeicWriter::EncoderDeleter::operator()(heif_encoder* encoder) const {
-    heif_encoder_release(encoder);
+EncodePlan planEncoding(int frames, std::int64_t largestPixels, int cores,
+                        std::int64_t memoryBudget) {
+    const std::int64_t perFrame = std::max<std::int64_t>(1, largestPixels) * bytesPerPixelInFlight;
+    const auto byMemory = static_cast<int>(std::max<std::int64_t>(1, memoryBudget / perFrame));
+    EncodePlan plan;
+    plan.framesInFlight = std::max(1, std::min({frames, cores, byMemory}));
+    // Spare cores go to each frame's wavefront rows; a little oversubscription keeps cores busy
+    // while a frame is being decoded or converted.
+    plan.threadsPerFrame = std::max(1, (cores + plan.framesInFlight - 1) / plan.framesInFlight);
+    return plan;
 }
 
-HeicWriter::HeicWriter(std::filesystem::path output) : output_(std::move(output)) {
+HeicWriter::HeicWriter(std::filesystem::path output, HevcEncoderSettings settings,
+                       std::stop_token stop)
+    : output_(std::move(output)), settings_(std::move(settings)), stop_(std::move(stop)) {
     std::error_code error;
     const auto folder =
         output_.parent_path().empty() ? std::filesystem::path(".") : output_.parent_path();
     if (!std::filesystem::is_directory(folder, error) ||
         std::filesystem::is_directory(output_, error))
         throw HeicGeneratorError::heicCreationFailed();
-    context_.reset(heif_context_alloc());
-    if (!context_)
-        throw HeicGeneratorError::heicCreationFailed();
-    heif_encoder* encoder = nullptr;
-    if (heif_context_get_encoder_for_format(context_.get(), heif_compression_HEVC, &encoder).code !=
-            heif_error_Ok ||
-        !encoder)
-        throw HeicGeneratorError::heicCreationFailed();
-    encoder_.reset(encoder);
 }
 
-HeicWriter::~HeicWriter() = default;
-
-void HeicWriter::addImage(const platform::PixelImage& image, const std::string& xmp) {
-    // Like the platform writer, whose encoding happens when the file is written, a frame that
-    // cannot be encoded is a failure to write the file.
-    if (image.empty())
-        throw HeicGeneratorError::fileWriteFailed();
-    auto heifImage = makeHeifImage(image);
-    heif_image_handle* rawHandle = nullptr;
-    // Default options: no thumbnail, no orientation, no extra colour boxes.
-    if (heif_context_encode_image(context_.get(), heifImage.get(), encoder_.get(), nullptr,
-                                  &rawHandle)
-            .code != heif_error_Ok)
-        throw HeicGeneratorError::fileWriteFailed();
-    std::unique_ptr<heif_image_handle, HandleDeleter> handle(rawHandle);
+void HeicWriter::addImage(FrameLoader load, std::int64_t pixelCount, std::string xmp) {
     if (!xmp.empty()) {
-        // The uncompressed call on purpose: readers scan the packet for the attribute text.
-        if (heif_context_add_XMP_metadata(context_.get(), handle.get(), xmp.data(),
-                                          static_cast<int>(xmp.size()))
-                .code != heif_error_Ok)
-            throw HeicGeneratorError::metadataCreationFailed();
+        if (!xmp_.empty())
+            throw HeicGeneratorError::metadataCreationFailed(); // one packet per file
+        xmp_ = std::move(xmp);
+        xmpFrame_ = imageCount();
     }
-    ++count_;
+    frames_.push_back({std::move(load), pixelCount});
 }
 
-void HeicWriter::finalize(std::stop_token stop) {
-    platform::throwIfCancelled(stop);
-    if (count_ == 0)
+void HeicWriter::addImage(platform::PixelImage image, const std::string& xmp) {
+    const std::int64_t pixels = std::int64_t(image.width) * image.height;
+    auto held = std::make_shared<platform::PixelImage>(std::move(image));
+    addImage([held] { return std::move(*held); }, pixels, xmp);
+}
+
+void HeicWriter::finalize(const EncodedCallback& onEncoded) {
+    if (frames_.empty())
         throw HeicGeneratorError::fileWriteFailed();
+    platform::throwIfCancelled(stop_);
+
+    std::int64_t largest = 0;
+    for (const auto& frame : frames_)
+        largest = std::max(largest, frame.pixelCount > 0 ? frame.pixelCount : unknownFramePixels);
+    const int cores = coreCount();
+    const auto plan = planEncoding(imageCount(), largest, cores, memoryBudget(cores));
+    HevcEncoderSettings settings = settings_;
+    settings.threads = plan.threadsPerFrame;
+
+    EncodeQueue queue(frames_.size());
+    std::stop_callback wake(stop_, [&queue] { queue.wake(); });
+    auto work = [&] {
+        while (const auto index = queue.take(stop_)) {
+            try {
+                auto pixels = frames_[*index].load();
+                frames_[*index].load = nullptr; // drops a held image
+                auto coded = encodeFrame(pixels, settings);
+                queue.finish(*index, std::move(coded), nullptr);
+            } catch (const HevcEncodeError&) {
+                queue.finish(*index, std::nullopt,
+                             std::make_exception_ptr(HeicGeneratorError::fileWriteFailed()));
+            } catch (...) {
+                queue.finish(*index, std::nullopt, std::current_exception());
+            }
+        }
+    };
+    std::exception_ptr failure;
+    {
+        std::vector<std::jthread> workers;
+        for (int i = 0; i < plan.framesInFlight; ++i)
+            workers.emplace_back(work);
+        for (std::size_t index = 0; index < frames_.size(); ++index) {
+            if (!queue.waitFor(index, stop_)) {
+                failure = std::make_exception_ptr(platform::CancellationError());
+                break;
+            }
+            if ((failure = queue.failure(index)))
+                break;
+            if (onEncoded) {
+                try {
+                    onEncoded(static_cast<int>(index));
+                } catch (...) {
+                    failure = std::current_exception();
+                    break;
+                }
+            }
+        }
+        if (failure)
+            queue.halt();
+        // The workers join here: frames being encoded finish, no new one starts.
+    }
+    if (failure)
+        std::rethrow_exception(failure);
+    platform::throwIfCancelled(stop_);
+
     auto partial = output_;
     partial += ".partial-" + platform::Uuid::generate().toString();
-    if (heif_context_write_to_file(context_.get(), partial.c_str()).code != heif_error_Ok) {
+    try {
+        writeFile(partial, queue.results(), xmp_, xmpFrame_);
+    } catch (...) {
         std::error_code ignored;
         std::filesystem::remove(partial, ignored);
         throw HeicGeneratorError::fileWriteFailed();

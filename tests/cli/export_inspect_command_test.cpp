@@ -97,6 +97,21 @@ TEST_F(ExportInspectCommandTest, TimeModeFollowsTheDocumentsSunOrderAndKeepsExac
     EXPECT_EQ(json["frames"][2]["altitude"], 0.0);
 }
 
+TEST_F(ExportInspectCommandTest, QualityReachesTheEncoder) {
+    platform::PixelImage busy(128, 64);
+    for (std::size_t i = 0; i < busy.rgba.size(); ++i)
+        busy.rgba[i] = i % 4 == 3 ? 255 : static_cast<std::uint8_t>(i * 2654435761u >> 13);
+    const auto source = folder.path() / "busy.png";
+    platform::writePng(busy, source);
+    std::vector<std::uintmax_t> sizes;
+    for (const char* quality : {"10", "90"}) {
+        ASSERT_EQ(run(runExport, {source.string(), "--quality", quality, "-o", output}).exitCode,
+                  exitSuccess);
+        sizes.push_back(std::filesystem::file_size(output));
+    }
+    EXPECT_LT(sizes[0], sizes[1]);
+}
+
 TEST_F(ExportInspectCommandTest, BadUsageExitsWithTwo) {
     const auto image = png("a.png", 8);
     const std::vector<std::vector<std::string>> cases = {
@@ -111,6 +126,9 @@ TEST_F(ExportInspectCommandTest, BadUsageExitsWithTwo) {
         {image, "--canvas", "0x100", "-o", output},
         {image, "--canvas", "huge", "-o", output},
         {image, "--upscale", "fancy", "-o", output},
+        {image, "--quality", "101", "-o", output},
+        {image, "--quality", "7.5", "-o", output},
+        {image, "--quality", "-o", output},
     };
     for (const auto& arguments : cases) {
         const auto result = run(runExport, arguments);
