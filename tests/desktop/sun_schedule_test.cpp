@@ -21,7 +21,7 @@ TEST(SunScheduleTest, FramesChangeWhereTheSunReachesThemAtThisPlaceAndDay) {
     std::vector<BackgroundFrame> frames;
     for (int second : moments) {
         const auto sun =
-            sun::solarPosition(midnight + seconds(second), zone, munich.latitude, munich.longitude);
+            *sun::solarPosition(midnight + seconds(second), zone, munich.latitude, munich.longitude);
         frames.push_back({"f" + std::to_string(second), sun.altitude, sun.azimuth, {}});
     }
     frames.push_back({"late", {}, {}, 22.5});
