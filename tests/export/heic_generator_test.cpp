@@ -145,7 +145,8 @@ TEST_F(HeicGeneratorTest, CancellingWhileEncodingLeavesThePreviousFileAlone) {
     std::ofstream(output) << "previous";
     const auto images = std::vector{image("a.png", 16, 10, 90), image("b.png", 16, 20, 120),
                                     image("c.png", 16, 30, 150)};
-    // Between frames, and after the last one before the file is written.
+    // Between frames, and after the last one before the file is written. Frames already in
+    // flight may still report; nothing may be written.
     for (const std::string stopAt : {"Encoded image 1/3", "Encoded image 3/3"}) {
         std::stop_source stop;
         std::vector<std::string> seen;
@@ -158,7 +159,8 @@ TEST_F(HeicGeneratorTest, CancellingWhileEncodingLeavesThePreviousFileAlone) {
                          },
                          stop.get_token()),
                      platform::CancellationError);
-        EXPECT_EQ(seen.back(), stopAt);
+        EXPECT_THAT(seen, ::testing::Contains(stopAt));
+        EXPECT_THAT(seen.back(), HasSubstr("Encoded image"));
         EXPECT_EQ(std::filesystem::file_size(output), 8u);
     }
     for (const auto& entry : std::filesystem::directory_iterator(folder.path()))

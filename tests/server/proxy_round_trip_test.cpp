@@ -42,12 +42,13 @@ TEST_F(ProxyRoundTrip, FetchesOneTokenAndPassesEveryAnswerShapeThroughWithTheOpe
         {R"({"choices":[{"message":{"images":[{"image_url":{"url":"data:image/png;base64,QUJD"}}]}}]})",
          "ABC"},
         {R"({"choices":[{"message":{"images":[{"b64_json":"REVG"}]}}]})", "DEF"},
-        {R"({"choices":[{"message":{"content":")" + download + R"("}}]})", "downloaded"},
+        {R"({"choices":[{"message":{"content":")" + download + R"("}}]})",
+         generation::testing::tinyPng()},
     };
     std::atomic<std::size_t> shape{0};
     provider.respond([&](const generation::testing::SeenRequest& seen, httplib::Response& r) {
         if (seen.path == "/files/frame.png")
-            return r.set_content("downloaded", "image/png");
+            return r.set_content(generation::testing::tinyPng(), "image/png");
         replyJson(r, shapes.at(shape++).first);
     });
 
