@@ -55,17 +55,6 @@ struct GenerateOptions {
     std::optional<int> tweens;
 };
 
-std::optional<generation::Bytes> readFile(const std::filesystem::path& path) {
-    std::ifstream file(path, std::ios::binary);
-    if (!file)
-        return std::nullopt;
-    generation::Bytes bytes((std::istreambuf_iterator<char>(file)),
-                            std::istreambuf_iterator<char>());
-    if (file.bad())
-        return std::nullopt;
-    return bytes;
-}
-
 // Files are named by place in the sequence: the base frame is "original.png", relit phase i of
 // the table "phase_<i>.png". The base frame arrives first and is reported as "night" too.
 class SequenceWriter {
@@ -109,8 +98,8 @@ int saveProject(const GenerateOptions& options,
         context.err << "[" << static_cast<int>(progress * 100 + 0.5) << "%] " << message
                     << std::endl;
     };
-    const auto images = generation::addTweens(keys, tweens, *options.output / "tweens", stop,
-                                              report);
+    const auto images =
+        generation::addTweens(keys, tweens, *options.output / "tweens", stop, report);
 
     document::AppState appState;
     appState.setLastMagicSettings(
@@ -195,7 +184,7 @@ int runGenerate(const CommandContext& context) {
 
     std::optional<generation::Bytes> reference;
     if (options.image) {
-        reference = readFile(*options.image);
+        reference = generation::readFileBytes(*options.image);
         if (!reference) {
             context.err << "lumivesper-cli generate: cannot read the image '"
                         << options.image->string() << "'\n";

@@ -43,18 +43,6 @@ constexpr const char* promptTail =
     "4. KEEP EVERYTHING ELSE: Do not change elements that weren't mentioned in the fix request\n\n"
     "Generate the corrected version of IMAGE 2 now.";
 
-std::optional<Bytes> readWhole(const std::optional<fs::path>& path) {
-    if (!path)
-        return std::nullopt;
-    std::ifstream file(*path, std::ios::binary);
-    if (!file)
-        return std::nullopt;
-    Bytes bytes((std::istreambuf_iterator<char>(file)), std::istreambuf_iterator<char>());
-    if (file.bad())
-        return std::nullopt;
-    return bytes;
-}
-
 // "2026-11-23T11:58:01Z" with every ":" made "-", so that it can stand in a file name.
 std::string fileNameTimestamp(std::chrono::system_clock::time_point now) {
     const std::time_t seconds = std::chrono::system_clock::to_time_t(now);
@@ -116,13 +104,11 @@ std::optional<fs::path> applyEditedImage(document::AppState& appState, const Wal
 }
 
 ImageEditWorkflow::ImageEditWorkflow(document::AppState& appState, WallpaperImage imageToEdit,
-                                     platform::MainThread& mainThread,
-                                     settings::Defaults& defaults,
+                                     platform::MainThread& mainThread, settings::Defaults& defaults,
                                      std::function<void(const Bytes&)> onImageEdited,
                                      std::function<void()> dismiss)
     : appState_(appState), imageToEdit_(std::move(imageToEdit)), mainThread_(mainThread),
-      defaults_(defaults), onImageEdited_(std::move(onImageEdited)), dismiss_(std::move(dismiss)) {
-}
+      defaults_(defaults), onImageEdited_(std::move(onImageEdited)), dismiss_(std::move(dismiss)) {}
 
 ImageEditWorkflow::~ImageEditWorkflow() {
     // A closed sheet leaves no request behind; its result would have nowhere to go.
@@ -164,13 +150,14 @@ void ImageEditWorkflow::pressPrimary() {
 
 void ImageEditWorkflow::regenerateImage() {
     const auto original = originalImage(appState_);
-    const auto reference = original ? readWhole(original->sourcePath) : std::nullopt;
+    const auto reference =
+        original && original->sourcePath ? readFileBytes(*original->sourcePath) : std::nullopt;
     if (!reference) {
         state_.errorMessage = "Could not load original image";
         notify();
         return;
     }
-    auto current = readWhole(imageToEdit_.sourcePath);
+    auto current = imageToEdit_.sourcePath ? readFileBytes(*imageToEdit_.sourcePath) : std::nullopt;
     if (!current) {
         state_.errorMessage = "Could not load current image";
         notify();

@@ -66,7 +66,8 @@ std::string aspectRatioForSize(const std::string& value);
 
 inline constexpr const char* defaultGenerationSize = "1024x576";
 inline constexpr int maxConcurrentGenerations = 3;
-inline constexpr const char* magicGenerateModel = "local/openrouter/google/gemini-3-pro-image-preview";
+inline constexpr const char* magicGenerateModel =
+    "local/openrouter/google/gemini-3-pro-image-preview";
 
 inline constexpr const char* consistencySystemPrompt =
     "You are doing image-to-image relighting. The reference image is the locked scene.\n"

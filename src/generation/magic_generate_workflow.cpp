@@ -42,16 +42,6 @@ std::string withoutLocalPrefix(std::string model) {
     return model;
 }
 
-std::optional<Bytes> readFile(const fs::path& path) {
-    std::ifstream file(path, std::ios::binary);
-    if (!file)
-        return std::nullopt;
-    Bytes bytes((std::istreambuf_iterator<char>(file)), std::istreambuf_iterator<char>());
-    if (file.bad())
-        return std::nullopt;
-    return bytes;
-}
-
 bool isPng(const Bytes& bytes) {
     static constexpr unsigned char signature[] = {0x89, 'P', 'N', 'G', '\r', '\n', 0x1a, '\n'};
     return bytes.size() >= sizeof signature &&
@@ -81,8 +71,8 @@ MagicGenerateWorkflow::MagicGenerateWorkflow(document::AppState& appState,
                                              settings::Defaults& defaults,
                                              std::function<void()> onCancel)
     : temporaryRoot(platform::temporaryDirectory()),
-      directRouteFolder(platform::dataHome() / "Lumivesper" / "Generations"),
-      appState_(appState), service_(service), mainThread_(mainThread), defaults_(defaults),
+      directRouteFolder(platform::dataHome() / "Lumivesper" / "Generations"), appState_(appState),
+      service_(service), mainThread_(mainThread), defaults_(defaults),
       onCancel_(std::move(onCancel)) {}
 
 MagicGenerateWorkflow::~MagicGenerateWorkflow() {
@@ -136,7 +126,7 @@ void MagicGenerateWorkflow::setModel(std::string model) {
 }
 
 bool MagicGenerateWorkflow::setStartingImage(const fs::path& file) {
-    auto bytes = readFile(file);
+    auto bytes = readFileBytes(file);
     if (!bytes) {
         state_.errorMessage = startingImageFailure;
         notify();
@@ -270,8 +260,8 @@ void MagicGenerateWorkflow::setPhaseStatus(const std::string& id, PhaseStatus st
 }
 
 std::vector<WallpaperImage>
-MagicGenerateWorkflow::runTweenStep(const RunInputs& inputs, const std::vector<WallpaperImage>& keys,
-                                    std::stop_token stop) {
+MagicGenerateWorkflow::runTweenStep(const RunInputs& inputs,
+                                    const std::vector<WallpaperImage>& keys, std::stop_token stop) {
     if (inputs.tweenCount <= 0)
         return keys;
     TweenStepReport report;
@@ -284,8 +274,8 @@ MagicGenerateWorkflow::runTweenStep(const RunInputs& inputs, const std::vector<W
     report.grown = [this, run = inputs.run](const std::vector<WallpaperImage>& images) {
         post(run, [this, images] { appState_.applyGeneratedImages(images, std::nullopt, false); });
     };
-    auto images = addTweens(keys, inputs.tweenCount, inputs.temporaryRoot / "LumivesperTweens",
-                            stop, report);
+    auto images =
+        addTweens(keys, inputs.tweenCount, inputs.temporaryRoot / "LumivesperTweens", stop, report);
     post(inputs.run,
          [this, images] { appState_.applyGeneratedImages(images, std::nullopt, false); });
     return images;
@@ -320,12 +310,12 @@ void MagicGenerateWorkflow::runProxyRoute(const RunInputs& inputs, std::stop_tok
         };
 
         platform::consoleLine("🎨 Starting client-side generation: '" + inputs.prompt +
-                              "', model: " + inputs.model + ", hasReference: " +
-                              (inputs.startingImage ? "true" : "false"));
+                              "', model: " + inputs.model +
+                              ", hasReference: " + (inputs.startingImage ? "true" : "false"));
         const auto generated = generator.generateTimeline(
             inputs.prompt, withoutLocalPrefix(inputs.model), inputs.startingImage, stop);
-        platform::consoleLine("✅ Client-side generation complete: " +
-                              std::to_string(generated.size()) + " images");
+        platform::consoleLine(
+            "✅ Client-side generation complete: " + std::to_string(generated.size()) + " images");
 
         std::vector<WallpaperImage> keys;
         for (std::size_t i = 0; i < generated.size(); ++i) {
@@ -385,9 +375,9 @@ Bytes MagicGenerateWorkflow::directBaseFrame(const RunInputs& inputs, const fs::
             setPhaseStatus(std::string(timeOfDayPhases.front().id), PhaseStatus::inProgress);
         });
         return service_
-            .generateImage(std::string(baseFramePromptHint) + "\n\n" + inputs.prompt,
-                           inputs.model, inputs.aspectRatio, std::nullopt,
-                           std::string(consistencySystemPrompt), inputs.size, stop)
+            .generateImage(std::string(baseFramePromptHint) + "\n\n" + inputs.prompt, inputs.model,
+                           inputs.aspectRatio, std::nullopt, std::string(consistencySystemPrompt),
+                           inputs.size, stop)
             .data;
     }
     post(inputs.run, [this] { state_.progressMessage = "Using starting image..."; });
@@ -399,7 +389,7 @@ Bytes MagicGenerateWorkflow::directBaseFrame(const RunInputs& inputs, const fs::
         writeFileAtomically(original, *inputs.startingImage);
         const fs::path converted = original.string() + ".png";
         platform::writePng(platform::loadImage(original), converted);
-        auto bytes = readFile(converted);
+        auto bytes = readFileBytes(converted);
         std::error_code ignored;
         fs::remove(original, ignored);
         fs::remove(converted, ignored);
@@ -461,14 +451,13 @@ void MagicGenerateWorkflow::runDirectRoute(const RunInputs& inputs, std::stop_to
                 const std::string prompt =
                     inputs.sceneHint +
                     "Using the reference image above, relight the exact same scene for " +
-                    std::string(phase.label) + ".\nSun altitude: " +
-                    formatDegrees(phase.altitude) + "°, azimuth: " + formatDegrees(phase.azimuth) +
+                    std::string(phase.label) + ".\nSun altitude: " + formatDegrees(phase.altitude) +
+                    "°, azimuth: " + formatDegrees(phase.azimuth) +
                     "°.\nKeep composition and all objects identical. Only lighting and allowed "
                     "sky/celestial changes may vary.";
-                const auto image =
-                    service_.generateImage(prompt, inputs.model, inputs.aspectRatio, base,
-                                           std::string(consistencySystemPrompt), inputs.size,
-                                           token);
+                const auto image = service_.generateImage(
+                    prompt, inputs.model, inputs.aspectRatio, base,
+                    std::string(consistencySystemPrompt), inputs.size, token);
                 finish(item + 1, image.data);
             });
 

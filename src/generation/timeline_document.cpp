@@ -11,6 +11,7 @@
 #include <algorithm>
 #include <cmath>
 #include <fstream>
+#include <iterator>
 #include <memory>
 #include <stdexcept>
 #include <system_error>
@@ -41,6 +42,16 @@ void writeFileAtomically(const fs::path& path, const Bytes& bytes) {
         fs::remove(temporary, ignored);
         throw std::runtime_error("Could not write " + path.string() + ": " + error.message());
     }
+}
+
+std::optional<Bytes> readFileBytes(const fs::path& path) {
+    std::ifstream file(path, std::ios::binary);
+    if (!file)
+        return std::nullopt;
+    Bytes bytes((std::istreambuf_iterator<char>(file)), std::istreambuf_iterator<char>());
+    if (file.bad())
+        return std::nullopt;
+    return bytes;
 }
 
 std::string keyImageFileName(std::size_t index) {
@@ -108,8 +119,7 @@ std::vector<WallpaperImage> addTweens(const std::vector<WallpaperImage>& keys, i
         const WallpaperImage& source = keys[i];
         const WallpaperImage& next = keys[(i + 1) % keys.size()];
         if (report.status)
-            report.status("Tweening " + source.fileName + "...",
-                          static_cast<double>(done) / total);
+            report.status("Tweening " + source.fileName + "...", static_cast<double>(done) / total);
         if (!source.sourcePath || !next.sourcePath)
             throw exporting::TweenGeneratorError(
                 exporting::TweenGeneratorError::Case::imageLoadFailed);
@@ -123,8 +133,7 @@ std::vector<WallpaperImage> addTweens(const std::vector<WallpaperImage>& keys, i
 
         std::vector<WallpaperImage> frames;
         for (int k = 1; k <= static_cast<int>(paths.size()); ++k) {
-            WallpaperImage frame =
-                tweenBetween(source, next, static_cast<double>(k) / (count + 1));
+            WallpaperImage frame = tweenBetween(source, next, static_cast<double>(k) / (count + 1));
             const fs::path& path = paths[static_cast<std::size_t>(k - 1)];
             frame.fileName = path.filename().string();
             frame.sourcePath = path;
@@ -136,9 +145,9 @@ std::vector<WallpaperImage> addTweens(const std::vector<WallpaperImage>& keys, i
             }
             frames.push_back(std::move(frame));
         }
-        const auto behind = std::find_if(images.begin(), images.end(), [&](const auto& image) {
-                                return image.id == source.id;
-                            }) + 1;
+        const auto behind = std::find_if(images.begin(), images.end(),
+                                         [&](const auto& image) { return image.id == source.id; }) +
+                            1;
         images.insert(behind, frames.begin(), frames.end());
         done += static_cast<int>(frames.size());
         if (report.grown)
@@ -146,8 +155,7 @@ std::vector<WallpaperImage> addTweens(const std::vector<WallpaperImage>& keys, i
     }
     if (report.status)
         report.status("Tweening complete!", 1.0);
-    platform::consoleLine("✅ Tween generation complete: " + std::to_string(done) +
-                          " total frames");
+    platform::consoleLine("✅ Tween generation complete: " + std::to_string(done) + " total frames");
     return images;
 }
 

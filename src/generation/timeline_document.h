@@ -7,6 +7,7 @@
 #include <cstddef>
 #include <filesystem>
 #include <functional>
+#include <optional>
 #include <stop_token>
 #include <string>
 #include <vector>
@@ -19,6 +20,9 @@ namespace lumivesper::generation {
 // Writes `bytes` to `path` through a temporary file and a rename, so that nobody ever sees half
 // an image. Throws std::runtime_error.
 void writeFileAtomically(const std::filesystem::path& path, const Bytes& bytes);
+
+// The whole file, or none when it cannot be read.
+std::optional<Bytes> readFileBytes(const std::filesystem::path& path);
 
 // "original.png" for index 0, else "phase_<index>.png".
 std::string keyImageFileName(std::size_t index);

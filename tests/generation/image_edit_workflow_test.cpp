@@ -56,7 +56,9 @@ protected:
     std::unique_ptr<ImageEditWorkflow> sheetFor(const WallpaperImage& image) {
         return std::make_unique<ImageEditWorkflow>(
             appState, image, mainThread, defaults,
-            [this, image](const Bytes& bytes) { applied = applyEditedImage(appState, image, bytes); },
+            [this, image](const Bytes& bytes) {
+                applied = applyEditedImage(appState, image, bytes);
+            },
             [this] { ++dismissed; });
     }
     nlohmann::json lastContent() const {
@@ -164,17 +166,19 @@ TEST_F(ImageEditTest, FailuresAndDiscardKeepThePrompt) {
 }
 
 TEST_F(ImageEditTest, ApplyingTwiceKeepsBothFilesAndRefusesWhatDoesNotDecode) {
-    const auto first = std::chrono::sys_days{std::chrono::year{2026} / 11 / 23} + std::chrono::hours(9);
+    const auto first =
+        std::chrono::sys_days{std::chrono::year{2026} / 11 / 23} + std::chrono::hours(9);
     const auto one = applyEditedImage(appState, relit, pictures[2], first);
-    const auto two = applyEditedImage(appState, relit, pictures[0], first + std::chrono::seconds(1));
+    const auto two =
+        applyEditedImage(appState, relit, pictures[0], first + std::chrono::seconds(1));
     ASSERT_TRUE(one && two);
     EXPECT_EQ(one->filename(), "edited_2026-11-23T09-00-00Z_phase_6.png");
     EXPECT_EQ(two->filename(), "edited_2026-11-23T09-00-01Z_phase_6.png");
     EXPECT_TRUE(fs::exists(*one));
     EXPECT_EQ(appState.image(relit.id)->sourcePath, two);
 
-    const auto junk = applyEditedImage(appState, relit, toBytes("not an image"),
-                                       first + std::chrono::seconds(2));
+    const auto junk =
+        applyEditedImage(appState, relit, toBytes("not an image"), first + std::chrono::seconds(2));
     EXPECT_FALSE(junk);
     EXPECT_TRUE(fs::exists(paths[1].parent_path() / "edited_2026-11-23T09-00-02Z_phase_6.png"))
         << "the file stays on disk";

@@ -13,9 +13,9 @@
 #include <algorithm>
 #include <atomic>
 #include <condition_variable>
-#include <mutex>
 #include <fstream>
 #include <map>
+#include <mutex>
 #include <sstream>
 
 namespace lumivesper::generation {
@@ -124,7 +124,8 @@ protected:
     std::function<bool(const std::string& phase, httplib::Response&)> hook;
     testing::RecordingServer server;
     testing::ScopedEnvironment serverURL{"API_SERVER_URL", server.url()};
-    MagicGenerateWorkflow workflow{appState, unconfigured, mainThread, defaults, [this] { ++closed; }};
+    MagicGenerateWorkflow workflow{appState, unconfigured, mainThread, defaults,
+                                   [this] { ++closed; }};
     platform::Uuid oldId;
 };
 
@@ -151,9 +152,11 @@ TEST_F(MagicGenerateTest, FullRunPlacesKeysByPositionAddsWrappedTweensAndUndoesA
         EXPECT_EQ(status, PhaseStatus::completed) << id;
 
     // Position pairs: image i sits at row i of the phase table.
-    const std::map<std::string, std::pair<double, double>> expected{
-        {"original.png", {-30, 0}},  {"phase_1.png", {-15, 90}}, {"phase_6.png", {60, 180}},
-        {"phase_9.png", {-0.8, 270}}, {"phase_10.png", {-3, 270}}};
+    const std::map<std::string, std::pair<double, double>> expected{{"original.png", {-30, 0}},
+                                                                    {"phase_1.png", {-15, 90}},
+                                                                    {"phase_6.png", {60, 180}},
+                                                                    {"phase_9.png", {-0.8, 270}},
+                                                                    {"phase_10.png", {-3, 270}}};
     for (const auto& [name, position] : expected) {
         const WallpaperImage* image = named(name);
         ASSERT_NE(image, nullptr) << name;
@@ -161,8 +164,7 @@ TEST_F(MagicGenerateTest, FullRunPlacesKeysByPositionAddsWrappedTweensAndUndoesA
         EXPECT_EQ(image->altitude, position.first) << name;
         EXPECT_EQ(image->azimuth, position.second) << name;
         ASSERT_TRUE(image->sourcePath);
-        EXPECT_EQ(image->sourcePath->parent_path().parent_path().filename(),
-                  "LumivesperGenerated");
+        EXPECT_EQ(image->sourcePath->parent_path().parent_path().filename(), "LumivesperGenerated");
         EXPECT_TRUE(image->thumbnail);
     }
     EXPECT_EQ(toBytes(fileText(*named("phase_10.png")->sourcePath)), pictures[10]);
@@ -289,7 +291,6 @@ TEST_F(MagicGenerateTest, ProxyAnswerThatIsNoImageFailsAsDecodeFailure) {
     EXPECT_EQ(workflow.state().errorMessage, ImageGenerationError::decodeFailed().description());
 }
 
-
 // The direct route's provider, in-process: answers each phase with its own picture and records
 // what it was asked. `failOn` makes one phase fail; `holdOn` keeps one until the run is stopped.
 class RecordingService final : public ImageGenerationService {
@@ -308,8 +309,8 @@ public:
                                  std::stop_token stop) const override {
         {
             std::lock_guard lock(mutex_);
-            calls.push_back({prompt, aspectRatio, systemPrompt.value_or(""),
-                             imageSize.value_or(""), reference.has_value()});
+            calls.push_back({prompt, aspectRatio, systemPrompt.value_or(""), imageSize.value_or(""),
+                             reference.has_value()});
         }
         std::size_t index = 0;
         for (std::size_t i = 1; i < timeOfDayPhases.size(); ++i)
@@ -352,7 +353,8 @@ TEST_F(MagicGenerateTest, DirectRouteAsksTheProviderAndClosesItsBatchOnEveryEnd)
     direct.setPrompt("a lake");
     direct.setTweenCount(0);
     direct.startGeneration();
-    ASSERT_TRUE(mainThread.runUntil([&] { return direct.state().outcome != GenerationOutcome::none; }));
+    ASSERT_TRUE(
+        mainThread.runUntil([&] { return direct.state().outcome != GenerationOutcome::none; }));
     ASSERT_EQ(direct.state().outcome, GenerationOutcome::succeeded) << *direct.state().errorMessage;
 
     const auto calls = service.recorded();
@@ -386,7 +388,8 @@ TEST_F(MagicGenerateTest, DirectRouteAsksTheProviderAndClosesItsBatchOnEveryEnd)
     ASSERT_TRUE(direct.setStartingImage(photo));
     service.failOn = "Sunset";
     direct.startGeneration();
-    ASSERT_TRUE(mainThread.runUntil([&] { return direct.state().outcome != GenerationOutcome::none; }));
+    ASSERT_TRUE(
+        mainThread.runUntil([&] { return direct.state().outcome != GenerationOutcome::none; }));
     EXPECT_EQ(direct.state().outcome, GenerationOutcome::failed);
     EXPECT_EQ(direct.state().errorMessage,
               ImageGenerationError::requestFailed("quota exceeded").description());
@@ -400,7 +403,8 @@ TEST_F(MagicGenerateTest, DirectRouteAsksTheProviderAndClosesItsBatchOnEveryEnd)
     direct.startGeneration();
     ASSERT_TRUE(mainThread.runUntil([&] { return service.held.load(); }));
     direct.cancelGeneration();
-    ASSERT_TRUE(mainThread.runUntil([&] { return direct.state().outcome != GenerationOutcome::none; }));
+    ASSERT_TRUE(
+        mainThread.runUntil([&] { return direct.state().outcome != GenerationOutcome::none; }));
     EXPECT_EQ(direct.state().outcome, GenerationOutcome::cancelled);
     EXPECT_EQ(direct.state().progressMessage, "Generation cancelled.");
     EXPECT_FALSE(appState.hasOpenUndoBatch());
@@ -412,8 +416,7 @@ TEST_F(MagicGenerateTest, CommandSavesAPackageThatOpensWithPositionsAndTweens) {
     const auto run = [](std::vector<std::string> arguments, std::ostringstream& err) {
         std::ostringstream out;
         int code = 0;
-        testing::capturedStdout(
-            [&] { code = cli::runGenerate({std::move(arguments), out, err}); });
+        testing::capturedStdout([&] { code = cli::runGenerate({std::move(arguments), out, err}); });
         return code;
     };
     std::ostringstream err;
@@ -460,7 +463,8 @@ TEST(MagicGenerateTables, SizesPresetsAndMoods) {
     UnconfiguredService service;
     MagicGenerateWorkflow workflow(appState, service, mainThread, defaults, {});
     for (auto [preset, count] : {std::pair{SmoothnessPreset::subtle, 2},
-                                 {SmoothnessPreset::cinematic, 6}, {SmoothnessPreset::natural, 3}}) {
+                                 {SmoothnessPreset::cinematic, 6},
+                                 {SmoothnessPreset::natural, 3}}) {
         workflow.setSmoothness(preset);
         EXPECT_EQ(workflow.state().tweenCount, count) << label(preset);
     }
@@ -493,8 +497,7 @@ TEST(MagicGenerateTables, CanGenerateNeedsTextOrImageAndAKeyForProviderModels) {
         bool configured = false;
         bool isConfigured() const override { return configured; }
         GeneratedImage generateImage(const std::string&, const std::string&, const std::string&,
-                                     const std::optional<Bytes>&,
-                                     const std::optional<std::string>&,
+                                     const std::optional<Bytes>&, const std::optional<std::string>&,
                                      const std::optional<std::string>&,
                                      std::stop_token) const override {
             return {};
