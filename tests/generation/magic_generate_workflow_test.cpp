@@ -120,6 +120,7 @@ protected:
     int closed = 0;
     testing::Gate release;
     std::atomic<bool> held{false};
+    std::atomic<int> answeredAfterHold{0};
     // Answers a request itself when it returns true.
     std::function<bool(const std::string& phase, httplib::Response&)> hook;
     testing::RecordingServer server;
@@ -258,6 +259,30 @@ TEST_F(MagicGenerateTest, CancelDuringRelightingLeavesEmptyDocumentWithBatchStil
     undoManager.undo();
     ASSERT_EQ(appState.images().size(), 1u);
     EXPECT_EQ(appState.images()[0].id, oldId);
+}
+
+TEST_F(MagicGenerateTest, ClosingTheSheetMidRunStopsTheRequestAndDropsItsReplies) {
+    hook = [this](const std::string& phase, httplib::Response&) {
+        if (phase == "civil") {
+            held = true;
+            release.wait(std::chrono::seconds(60));
+            ++answeredAfterHold;
+        }
+        return false;
+    };
+    auto sheet = std::make_unique<MagicGenerateWorkflow>(appState, unconfigured, mainThread,
+                                                         defaults, [this] { ++closed; });
+    sheet->temporaryRoot = folder.path() / "tmp";
+    sheet->setPrompt("a harbour");
+    sheet->startGeneration();
+    ASSERT_TRUE(mainThread.runUntil([&] { return held.load(); }));
+    sheet.reset();
+    EXPECT_EQ(answeredAfterHold, 0) << "closing waited for the held request to be answered";
+    mainThread.drain();
+    release.open();
+    EXPECT_EQ(closed, 0);
+    EXPECT_TRUE(appState.images().empty());
+    EXPECT_LE(server.seen(proxyPath).size(), 7u) << "a batch after the held one started";
 }
 
 TEST_F(MagicGenerateTest, ServerFailureMidRunShowsItsDescriptionAndKeepsTheSheetOpen) {
