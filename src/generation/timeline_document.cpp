@@ -106,11 +106,11 @@ WallpaperImage tweenBetween(const WallpaperImage& from, const WallpaperImage& to
 std::vector<WallpaperImage> addTweens(const std::vector<WallpaperImage>& keys, int count,
                                       const fs::path& root, std::stop_token stop,
                                       const TweenStepReport& report) {
-    platform::consoleLine("🎬 Starting tween generation: " + std::to_string(count) +
-                          " tweens per transition");
     std::vector<WallpaperImage> images = keys;
     if (count < 1 || keys.empty())
         return images;
+    platform::consoleLine("🎬 Starting tween generation: " + std::to_string(count) +
+                          " tweens per transition");
     const exporting::TweenGenerator generator;
     const int total = std::max(1, static_cast<int>(keys.size()) * count);
     int done = 0;
