@@ -175,6 +175,11 @@ public:
     // A save copying one file into the package: the record now points at the copy. No undo step
     // and no dirty flag; unknown ids are ignored.
     void setSourcePath(const Uuid& id, std::optional<std::filesystem::path> path);
+    // An AI edit took the image's place: the record points at the new file and shows its preview.
+    // Deliberately no undo step, no dirty flag and no re-sort, and fileName stays, so that a
+    // later save copies the new file under the old name. False for an unknown id.
+    bool replaceImageFile(const Uuid& id, std::filesystem::path path,
+                          std::shared_ptr<const platform::PixelImage> thumbnail);
 
     // ---- Selection (no undo, no dirty flag) ----
     void selectImage(std::optional<Uuid> id);

@@ -137,4 +137,16 @@ void AppState::setSourcePath(const Uuid& id, std::optional<std::filesystem::path
     notify(AppStateField::images);
 }
 
+bool AppState::replaceImageFile(const Uuid& id, std::filesystem::path path,
+                                std::shared_ptr<const platform::PixelImage> thumbnail) {
+    const auto found = std::find_if(images_.begin(), images_.end(),
+                                    [&](const WallpaperImage& image) { return image.id == id; });
+    if (found == images_.end())
+        return false;
+    found->sourcePath = std::move(path);
+    found->thumbnail = std::move(thumbnail);
+    notify(AppStateField::images);
+    return true;
+}
+
 } // namespace lumivesper::document
