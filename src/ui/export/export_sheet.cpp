@@ -77,7 +77,8 @@ ExportSheet::ExportSheet(shell::AppUIState& uiState, shell::ExportDriver& driver
     setObjectName(QStringLiteral("exportSheet"));
     setWindowTitle(QStringLiteral("Export Wallpaper"));
     setModal(true);
-    setMinimumWidth(560);
+    // The frame strip's tile sizes are reckoned for 736 points of width.
+    setMinimumWidth(760);
 
     auto* column = new QVBoxLayout(this);
     auto* title = new QLabel(QStringLiteral("Export Wallpaper"), this);
@@ -308,7 +309,8 @@ QWidget* ExportSheet::makeProgressView() {
     scroller->setFrameShape(QFrame::NoFrame);
     scroller->setVerticalScrollBarPolicy(Qt::ScrollBarAlwaysOff);
     scroller->setAlignment(Qt::AlignCenter);
-    scroller->setMinimumHeight(static_cast<int>(80 + 24 + 20)); // largest tiles and a scroll bar
+    scroller->setWidgetResizable(false);
+    scroller->setMinimumHeight(80 + 24); // the largest tiles; more than 14 key frames scroll
     column->addWidget(scroller);
     return box;
 }
