@@ -326,6 +326,7 @@ void ExportSheet::refresh() {
     const shell::ExportProgressState& state = driver_.state();
     const bool running = state.isExportingHeic;
 
+    const bool switched = progressView_->isVisibleTo(this) != running;
     choices_->setVisible(!running);
     progressView_->setVisible(running);
     advanced_->setVisible(advancedToggle_->isChecked());
@@ -373,6 +374,8 @@ void ExportSheet::refresh() {
     dismiss_->setText(text(shell::dismissButtonTitle(state.exportMessage)));
     export_->setVisible(!running);
     export_->setEnabled(!validation);
+    if (switched)
+        adjustSize(); // the progress view and the choices differ in height
 }
 
 void ExportSheet::reject() {

@@ -174,8 +174,11 @@ QWidget* SettingsDialog::makeAdvanced() {
     column->addWidget(reset, 0, Qt::AlignLeft);
     column->addStretch(1);
 
-    connect(useCustomServer_, &QCheckBox::toggled, this,
-            [this](bool on) { settings_.setUseCustomServer(on); });
+    connect(useCustomServer_, &QCheckBox::toggled, this, [this](bool on) {
+        settings_.setUseCustomServer(on);
+        if (on)
+            customServerURL_->setFocus(); // the switch is turned on to type an address
+    });
     connect(customServerURL_, &QLineEdit::textEdited, this,
             [this](const QString& text) { settings_.setCustomServerURL(toStdString(text)); });
     connect(reset, &QPushButton::clicked, this, [this] { settings_.resetToDefaults(); });
