@@ -42,10 +42,18 @@ template <typename Table, typename Value> const auto& entry(const Table& table, 
 
 } // namespace
 
-std::string_view rawValue(ExportQuality quality) { return entry(qualityNames, quality).raw; }
-std::string_view label(ExportQuality quality) { return entry(qualityNames, quality).label; }
-std::string_view rawValue(TargetDisplay display) { return entry(displayNames, display).raw; }
-std::string_view label(TargetDisplay display) { return entry(displayNames, display).label; }
+std::string_view rawValue(ExportQuality quality) {
+    return entry(qualityNames, quality).raw;
+}
+std::string_view label(ExportQuality quality) {
+    return entry(qualityNames, quality).label;
+}
+std::string_view rawValue(TargetDisplay display) {
+    return entry(displayNames, display).raw;
+}
+std::string_view label(TargetDisplay display) {
+    return entry(displayNames, display).label;
+}
 
 ExportQuality exportQuality(const HeicExportOptions& options) {
     if (!options.upscaleEnabled)
@@ -118,9 +126,8 @@ UpscalerReadiness upscalerReadiness(const std::optional<std::filesystem::path>& 
         return {true, "ONNX upscaler ready"};
     const std::string where = candidates.empty() ? std::string(upscale::upscaleModelFileName)
                                                  : candidates.front().string();
-    return {false, "No upscaling model found: place " +
-                       std::string(upscale::upscaleModelFileName) + " at " + where +
-                       ", or turn AI upscaling off."};
+    return {false, "No upscaling model found: place " + std::string(upscale::upscaleModelFileName) +
+                       " at " + where + ", or turn AI upscaling off."};
 }
 
 ExportFrameStatus FrameGroup::status() const {
@@ -147,8 +154,8 @@ FrameStripMetrics frameStripMetrics(const std::vector<FrameGroup>& groups) {
     const auto keys = static_cast<double>(
         std::count_if(groups.begin(), groups.end(), [](const auto& g) { return g.isKeyFrame; }));
     const double gaps = std::max(keys - 1, 0.0);
-    const double size = (736 - FrameStripMetrics::spacing * (keys + gaps - 1) - 20 * gaps) /
-                        std::max(keys, 1.0);
+    const double size =
+        (736 - FrameStripMetrics::spacing * (keys + gaps - 1) - 20 * gaps) / std::max(keys, 1.0);
     return {std::clamp(size, 40.0, 80.0)};
 }
 

@@ -12,9 +12,8 @@ namespace lumivesper::shell {
 LumivesperApp::LumivesperApp(platform::Dialogs& dialogs, platform::MainThread& mainThread,
                              Options options)
     : mainThread_(mainThread), defaults_(options.defaultsFile), channels_(defaults_),
-      appSettings_(defaults_, channels_),
-      appState_(defaults_), uiState_(defaults_), projectIO_(dialogs),
-      saveFlow_(projectIO_, uiState_, dialogs),
+      appSettings_(defaults_, channels_), appState_(defaults_), uiState_(defaults_),
+      projectIO_(dialogs), saveFlow_(projectIO_, uiState_, dialogs),
       commandCenter_(appState_, uiState_, projectIO_, saveFlow_, dialogs),
       delegate_(channels_, settings::feedBaseURL,
                 [this](bool shouldTerminate) {

@@ -32,7 +32,9 @@ constexpr HeicCanvasPreset canvasPresets[] = {HeicCanvasPreset::matchSource,
                                               HeicCanvasPreset::apple8k, HeicCanvasPreset::apple6k,
                                               HeicCanvasPreset::custom};
 
-QString text(std::string_view view) { return toQString(std::string(view)); }
+QString text(std::string_view view) {
+    return toQString(std::string(view));
+}
 
 QLabel* caption(const QString& content, QWidget* parent) {
     auto* label = new QLabel(content, parent);
@@ -331,25 +333,24 @@ void ExportSheet::refresh() {
     progressView_->setVisible(running);
     advanced_->setVisible(advancedToggle_->isChecked());
     {
-        const QSignalBlocker blockResize(resize_), blockUpscale(upscale_),
-            blockDither(dither_), blockKeep(keepFrames_);
+        const QSignalBlocker blockResize(resize_), blockUpscale(upscale_), blockDither(dither_),
+            blockKeep(keepFrames_);
         resize_->setChecked(options.resizeEnabled);
         upscale_->setChecked(options.upscaleEnabled);
         dither_->setChecked(options.enableDither);
         keepFrames_->setChecked(options.keepPreprocessedFrames);
     }
     canvasRow_->setVisible(options.resizeEnabled);
-    canvas_->setCurrentIndex(static_cast<int>(std::find(std::begin(canvasPresets),
-                                                        std::end(canvasPresets),
-                                                        options.canvasPreset) -
-                                              std::begin(canvasPresets)));
+    canvas_->setCurrentIndex(static_cast<int>(
+        std::find(std::begin(canvasPresets), std::end(canvasPresets), options.canvasPreset) -
+        std::begin(canvasPresets)));
     customSizeRow_->setVisible(options.canvasPreset == HeicCanvasPreset::custom);
     setTextKeepingCursor(customWidth_, toQString(options.customWidth));
     setTextKeepingCursor(customHeight_, toQString(options.customHeight));
     strategyRow_->setVisible(options.upscaleEnabled);
-    const auto* strategy = std::find(std::begin(shell::sheetUpscaleStrategies),
-                                     std::end(shell::sheetUpscaleStrategies),
-                                     options.upscaleStrategy);
+    const auto* strategy =
+        std::find(std::begin(shell::sheetUpscaleStrategies),
+                  std::end(shell::sheetUpscaleStrategies), options.upscaleStrategy);
     // Strategies the sheet does not offer (set by the command line's store) show no entry.
     strategy_->setCurrentIndex(strategy == std::end(shell::sheetUpscaleStrategies)
                                    ? -1

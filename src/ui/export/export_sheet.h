@@ -29,8 +29,7 @@ class ExportSheet final : public QDialog {
     Q_OBJECT
 
 public:
-    ExportSheet(shell::AppUIState& uiState, shell::ExportDriver& driver,
-                QWidget* parent = nullptr);
+    ExportSheet(shell::AppUIState& uiState, shell::ExportDriver& driver, QWidget* parent = nullptr);
     ~ExportSheet() override;
 
     // Escape and the window's close button dismiss the sheet only while no export runs.

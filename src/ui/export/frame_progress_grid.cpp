@@ -23,8 +23,8 @@ void paintCheckmark(QPainter& painter, QPointF centre, double size, const QColor
     tick.moveTo(centre + QPointF(-0.5, 0.05) * size);
     tick.lineTo(centre + QPointF(-0.15, 0.4) * size);
     tick.lineTo(centre + QPointF(0.5, -0.35) * size);
-    painter.setPen(QPen(colour, std::max(1.5, size * 0.16), Qt::SolidLine, Qt::RoundCap,
-                        Qt::RoundJoin));
+    painter.setPen(
+        QPen(colour, std::max(1.5, size * 0.16), Qt::SolidLine, Qt::RoundCap, Qt::RoundJoin));
     painter.setBrush(Qt::NoBrush);
     painter.drawPath(tick);
 }
@@ -73,8 +73,7 @@ const QImage& FrameProgressGrid::thumbnail(const shell::ExportFrameInfo& frame) 
         QImage converted;
         if (const auto& pixels = frame.thumbnail; pixels && !pixels->empty()) {
             converted = QImage(pixels->rgba.data(), pixels->width, pixels->height,
-                               static_cast<qsizetype>(pixels->rowBytes()),
-                               QImage::Format_RGBA8888)
+                               static_cast<qsizetype>(pixels->rowBytes()), QImage::Format_RGBA8888)
                             .copy();
         }
         found = thumbnails_.insert(id, converted);
@@ -110,9 +109,10 @@ void FrameProgressGrid::paintKeyFrame(QPainter& painter, const QRectF& tile,
     painter.fillPath(rounded, palette().color(QPalette::Mid));
     if (const QImage& image = thumbnail(group.frames.front()); !image.isNull()) {
         // Filled and cropped to the square, the aspect kept.
-        const QSizeF scaled = QSizeF(image.size()).scaled(tile.size(), Qt::KeepAspectRatioByExpanding);
-        painter.drawImage(QRectF(tile.center() - QPointF(scaled.width(), scaled.height()) / 2, scaled),
-                          image);
+        const QSizeF scaled =
+            QSizeF(image.size()).scaled(tile.size(), Qt::KeepAspectRatioByExpanding);
+        painter.drawImage(
+            QRectF(tile.center() - QPointF(scaled.width(), scaled.height()) / 2, scaled), image);
     } else {
         painter.setOpacity(0.5);
         symbolIcon("photo").paint(&painter, tile.adjusted(tile.width() / 4, tile.height() / 4,

@@ -63,8 +63,7 @@ SettingsDialog::SettingsDialog(settings::AppSettings& settings, QWidget* parent)
     tabs_ = new QTabWidget(this);
     tabs_->addTab(makeGeneral(), symbolIcon("gear"), QStringLiteral("General"));
     tabs_->addTab(makeUpdates(), symbolIcon("arrow.down.circle"), QStringLiteral("Updates"));
-    tabs_->addTab(makeAdvanced(), symbolIcon("wrench.and.screwdriver"),
-                  QStringLiteral("Advanced"));
+    tabs_->addTab(makeAdvanced(), symbolIcon("wrench.and.screwdriver"), QStringLiteral("Advanced"));
     column->addWidget(tabs_);
     settingsChanges_ = settings_.observe([this] { refresh(); });
     refresh();
@@ -72,7 +71,9 @@ SettingsDialog::SettingsDialog(settings::AppSettings& settings, QWidget* parent)
 
 SettingsDialog::~SettingsDialog() = default;
 
-void SettingsDialog::showTab(Tab tab) { tabs_->setCurrentIndex(static_cast<int>(tab)); }
+void SettingsDialog::showTab(Tab tab) {
+    tabs_->setCurrentIndex(static_cast<int>(tab));
+}
 
 QWidget* SettingsDialog::makeGeneral() {
     auto* page = new QWidget(this);

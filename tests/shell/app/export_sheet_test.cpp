@@ -148,8 +148,8 @@ private slots:
                 platform::throwIfCancelled(stop);
             }
             for (int i = 1; i <= total; ++i)
-                progress(i, total, "Encoded image " + std::to_string(i) + "/" +
-                                       std::to_string(total));
+                progress(i, total,
+                         "Encoded image " + std::to_string(i) + "/" + std::to_string(total));
         };
         AppFixture fixture({}, [&](LumivesperApp::Options& options) {
             options.makeUpscaler = [] { return nullptr; };
