@@ -15,8 +15,8 @@ namespace lumivesper::shell {
 
 enum class LibraryViewMode { grid, list, single };
 
-// The sheet on screen, if any.
-enum class ActiveSheet { exportOptions, magicGenerate };
+// The sheet (or the settings window) on screen, if any.
+enum class ActiveSheet { exportOptions, magicGenerate, settings };
 
 // The window's state that is not part of the document and so never enters an undo step. Main
 // thread only. The four remembered directories persist in the defaults, when there are any.

@@ -76,7 +76,8 @@ std::vector<Menu> buildMenus(const AppCommandCenter& center, const document::Und
     menus.push_back(
         {MenuPlacement::application,
          "Lumivesper AI",
-         {entry("Check for Updates...", MenuCommand::checkForUpdates, KeyShortcut{"U"})}});
+         {entry("Check for Updates...", MenuCommand::checkForUpdates, KeyShortcut{"U"}),
+          entry("Settings...", MenuCommand::settings, KeyShortcut{","})}});
     return menus;
 }
 
@@ -126,6 +127,9 @@ void performMenuCommand(const MenuEntry& item, AppCommandCenter& center,
         break;
     case MenuCommand::checkForUpdates:
         center.checkForUpdates();
+        break;
+    case MenuCommand::settings:
+        center.uiState().setActiveSheet(ActiveSheet::settings);
         break;
     case MenuCommand::none:
         break;

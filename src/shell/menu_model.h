@@ -27,6 +27,7 @@ enum class MenuCommand {
     exportWallpaper,
     togglePlayback,
     checkForUpdates,
+    settings,
     none, // a label or a submenu holder
 };
 

@@ -34,6 +34,11 @@ constexpr SymbolIcon symbolIcons[] = {
     {"play.fill", "media-playback-start"},
     {"pause.fill", "media-playback-pause"},
     {"forward.end.fill", "media-skip-forward"},
+    {"checkmark.circle.fill", "dialog-positive"},
+    {"exclamationmark.triangle", "data-warning"},
+    {"gear", "configure"},
+    {"arrow.down.circle", "download"},
+    {"wrench.and.screwdriver", "tools"},
 };
 
 } // namespace

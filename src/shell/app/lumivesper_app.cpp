@@ -2,8 +2,11 @@
 
 #include "platform/main_thread.h"
 #include "settings/server_config.h"
+#include "platform/console.h"
+#include "ui/export/export_sheet.h"
 #include "ui/library/library_view.h"
 #include "ui/qt_text.h"
+#include "ui/settings/settings_dialog.h"
 #include "ui/timeline/timeline_strip.h"
 
 namespace lumivesper::shell {
@@ -11,8 +14,8 @@ namespace lumivesper::shell {
 LumivesperApp::LumivesperApp(platform::Dialogs& dialogs, platform::MainThread& mainThread,
                              Options options)
     : mainThread_(mainThread), defaults_(options.defaultsFile), channels_(defaults_),
-      appState_(defaults_), uiState_(defaults_), projectIO_(dialogs),
-      saveFlow_(projectIO_, uiState_, dialogs),
+      appSettings_(defaults_, channels_), appState_(defaults_), uiState_(defaults_),
+      projectIO_(dialogs), saveFlow_(projectIO_, uiState_, dialogs),
       commandCenter_(appState_, uiState_, projectIO_, saveFlow_, dialogs),
       delegate_(channels_, settings::feedBaseURL,
                 [this](bool shouldTerminate) {
@@ -20,7 +23,9 @@ LumivesperApp::LumivesperApp(platform::Dialogs& dialogs, platform::MainThread& m
                     if (shouldTerminate)
                         finishQuit();
                 }),
-      options_(std::move(options)) {
+      options_(std::move(options)),
+      exportDriver_(std::make_unique<ExportDriver>(appState_, uiState_, dialogs, mainThread_,
+                                                   options_.makeUpscaler, options_.generateHeic)) {
     appState_.setUndoManager(&undoManager_);
 }
 
@@ -34,8 +39,10 @@ QStringList LumivesperApp::launch(const QStringList& files) {
     delegate_.applicationDidFinishLaunching(options_.makeUpdater);
     QStringList refused = openFromOutside(files);
     fillMissingContent();
+    ui::WindowContent content = options_.content;
+    content.presentSheet = [this](ActiveSheet sheet) { presentSheet(sheet); };
     window_ = std::make_unique<ui::MainWindow>(commandCenter_, delegate_, undoManager_,
-                                               options_.content, [this] { requestQuit(); });
+                                               std::move(content), [this] { requestQuit(); });
     window_->show();
     delegate_.bindCommandCenter(commandCenter_, [this](std::function<void()> work) {
         mainThread_.post(std::move(work));
@@ -88,6 +95,28 @@ void LumivesperApp::requestQuit() {
     quitPending_ = false;
     if (reply == TerminateReply::now)
         finishQuit();
+}
+
+void LumivesperApp::presentSheet(ActiveSheet sheet) {
+    QDialog* dialog = nullptr;
+    if (sheet == ActiveSheet::exportOptions)
+        dialog = new ui::ExportSheet(uiState_, *exportDriver_, window_.get());
+    else if (sheet == ActiveSheet::settings)
+        dialog = new ui::SettingsDialog(appSettings_, window_.get());
+    if (!dialog) {
+        if (options_.content.presentSheet) {
+            options_.content.presentSheet(sheet);
+            return;
+        }
+        // No such sheet yet: dismiss at once, so that the next request is seen as a change.
+        platform::consoleLine("⚠️ This window cannot show that sheet yet");
+        uiState_.setActiveSheet(std::nullopt);
+        return;
+    }
+    dialog->setAttribute(Qt::WA_DeleteOnClose);
+    QObject::connect(dialog, &QDialog::finished, dialog,
+                     [this] { uiState_.setActiveSheet(std::nullopt); });
+    dialog->open();
 }
 
 void LumivesperApp::finishQuit() {

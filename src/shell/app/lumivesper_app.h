@@ -3,11 +3,13 @@
 #include "document/app_state.h"
 #include "document/project_io.h"
 #include "document/undo_manager.h"
+#include "settings/app_settings.h"
 #include "settings/defaults.h"
 #include "settings/update_channel.h"
 #include "shell/app_command_center.h"
 #include "shell/app_lifecycle_delegate.h"
 #include "shell/app_ui_state.h"
+#include "shell/export_driver.h"
 #include "shell/save_flow_coordinator.h"
 #include "ui/main_window.h"
 
@@ -36,6 +38,9 @@ public:
         ui::WindowContent content;
         // The software-update component; none for a run without one.
         std::function<std::unique_ptr<UpdateController>(settings::UpdaterDelegate&)> makeUpdater;
+        // The export's upscaler and encoder; tests replace them.
+        ExportDriver::UpscalerFactory makeUpscaler = ExportDriver::standardUpscalerFactory();
+        ExportDriver::Generator generateHeic = ExportDriver::standardGenerator();
         // Leaves the event loop once quitting has been decided.
         std::function<void()> exit;
     };
@@ -62,14 +67,18 @@ public:
     document::UndoManager& undoManager() { return undoManager_; }
     AppLifecycleDelegate& lifecycle() { return delegate_; }
     AppCommandCenter& commandCenter() { return commandCenter_; }
+    ExportDriver& exportDriver() { return *exportDriver_; }
+    settings::AppSettings& appSettings() { return appSettings_; }
 
 private:
     void fillMissingContent();
     void finishQuit();
+    void presentSheet(ActiveSheet sheet);
 
     platform::MainThread& mainThread_;
     settings::Defaults defaults_;
     settings::UpdateChannelManager channels_;
+    settings::AppSettings appSettings_;
     document::UndoManager undoManager_;
     document::AppState appState_;
     AppUIState uiState_;
@@ -78,6 +87,7 @@ private:
     AppCommandCenter commandCenter_;
     AppLifecycleDelegate delegate_;
     Options options_;
+    std::unique_ptr<ExportDriver> exportDriver_; // outlives the window and its sheets
     std::unique_ptr<ui::MainWindow> window_;
     ui::LibraryView* library_ = nullptr; // owned by the window
     bool quitPending_ = false;

@@ -13,10 +13,13 @@ namespace lumivesper::shell {
 // work, and no update checks.
 class AppFixture {
 public:
-    explicit AppFixture(const QStringList& files = {}) {
+    explicit AppFixture(const QStringList& files = {},
+                        const std::function<void(LumivesperApp::Options&)>& configure = {}) {
         LumivesperApp::Options options;
         options.defaultsFile = folder.path() / "defaults.json";
         options.exit = [this] { ++exits; };
+        if (configure)
+            configure(options);
         app = std::make_unique<LumivesperApp>(dialogs, dialogs.mainThread, std::move(options));
         refused = app->launch(files);
         dialogs.mainThread.drain();

@@ -140,8 +140,7 @@ private slots:
         QVERIFY(!dock->isVisible());
 
         // A sheet this window cannot show yet must not stay "on screen" and block the next one.
-        fixture.state().addImage(AppFixture::image("b"));
-        window.toolbar().action(ToolbarAction::exportWallpaper)->trigger();
+        fixture.app->commandCenter().performToolbarAction(ToolbarAction::generateTimeline);
         QVERIFY(!ui.activeSheet());
     }
 
