@@ -221,7 +221,8 @@ void HeicWriter::finalize(const EncodedCallback& onEncoded) {
         for (int i = 0; i < plan.framesInFlight; ++i)
             workers.emplace_back(work);
         for (std::size_t index = 0; index < frames_.size(); ++index) {
-            if (!queue.waitFor(index, stop_)) {
+            // A stop ends the reports too, even of frames that are already done.
+            if (stop_.stop_requested() || !queue.waitFor(index, stop_)) {
                 failure = std::make_exception_ptr(platform::CancellationError());
                 break;
             }
