@@ -175,6 +175,9 @@ public:
     // A save copying one file into the package: the record now points at the copy. No undo step
     // and no dirty flag; unknown ids are ignored.
     void setSourcePath(const Uuid& id, std::optional<std::filesystem::path> path);
+    // Gives an image that has none the display preview made from its file; no undo step, not a
+    // change of the document. Ignored when the image is gone or already has a preview.
+    void fillDisplayPreview(const Uuid& id, std::shared_ptr<const platform::PixelImage> preview);
     // An AI edit took the image's place: the record points at the new file and shows its preview.
     // Deliberately no undo step, no dirty flag and no re-sort, and fileName stays, so that a
     // later save copies the new file under the old name. False for an unknown id.

@@ -137,6 +137,18 @@ void AppState::setSourcePath(const Uuid& id, std::optional<std::filesystem::path
     notify(AppStateField::images);
 }
 
+void AppState::fillDisplayPreview(const Uuid& id,
+                                  std::shared_ptr<const platform::PixelImage> preview) {
+    const auto found = std::find_if(images_.begin(), images_.end(),
+                                    [&](const WallpaperImage& image) { return image.id == id; });
+    if (found == images_.end() || found->thumbnail || !preview)
+        return;
+    found->thumbnail = std::move(preview);
+    rowsChanged_.notify({ImageRowChange::Kind::changed,
+                         static_cast<std::size_t>(found - images_.begin()), 1, 0});
+    notify(AppStateField::images);
+}
+
 bool AppState::replaceImageFile(const Uuid& id, std::filesystem::path path,
                                 std::shared_ptr<const platform::PixelImage> thumbnail) {
     const auto found = std::find_if(images_.begin(), images_.end(),
@@ -145,6 +157,8 @@ bool AppState::replaceImageFile(const Uuid& id, std::filesystem::path path,
         return false;
     found->sourcePath = std::move(path);
     found->thumbnail = std::move(thumbnail);
+    rowsChanged_.notify({ImageRowChange::Kind::changed,
+                         static_cast<std::size_t>(found - images_.begin()), 1, 0});
     notify(AppStateField::images);
     return true;
 }

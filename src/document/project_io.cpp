@@ -128,7 +128,7 @@ bool isPlainFileName(const std::string& name) {
            name.find_first_of(std::string("/\\\0", 3)) == std::string::npos;
 }
 
-LoadedPackage readPackage(const fs::path& url) {
+LoadedPackage readPackage(const fs::path& url, bool withPreviews) {
     LoadedPackage package;
     package.project = decodeProject(readProjectFile(url / projectFileName));
     requirePlainFileNames(package.project.images);
@@ -142,6 +142,8 @@ LoadedPackage readPackage(const fs::path& url) {
             continue;
         }
         image.sourcePath = path;
+        if (!withPreviews)
+            continue;
         try {
             image.thumbnail =
                 std::make_shared<const platform::PixelImage>(platform::loadPreview(path));
@@ -234,7 +236,7 @@ void ProjectIO::load(const fs::path& packagePath, AppState& appState) {
     const fs::path url = normalisedPackagePath(packagePath);
     LoadedPackage package;
     try {
-        package = readPackage(url);
+        package = readPackage(url, loadsPreviews_);
     } catch (const std::exception& error) {
         // Our own errors, and the encoder's for names that are not UTF-8.
         platform::consoleLine(std::string("Failed to load project: ") + error.what());

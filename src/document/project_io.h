@@ -36,9 +36,11 @@ inline constexpr const char* imagesFolderName = "images";
 // without a path separator of either platform.
 bool isPlainFileName(const std::string& name);
 
-// Reads project.json and looks up each image in images/, with the console lines of a load.
-// Throws ProjectPackageError when the package cannot be read; a missing image is no failure.
-LoadedPackage readPackage(const std::filesystem::path& url);
+// Reads project.json and looks up each image in images/, with the console lines of a load, and
+// decodes each image's display preview unless `withPreviews` is false (the window makes previews
+// on its worker pool instead). Throws ProjectPackageError when the package cannot be read; a
+// missing image is no failure.
+LoadedPackage readPackage(const std::filesystem::path& url, bool withPreviews = true);
 
 // Reads and writes project packages (a folder "*.lvesper" holding project.json and images/) and
 // shows the panels of the document commands. Failures are reported to the user here, in an alert,
@@ -70,8 +72,13 @@ public:
     // the document untouched.
     void load(const std::filesystem::path& url, AppState& appState);
 
+    // Whether load() decodes display previews itself (the default). A window that makes them off
+    // the main thread turns this off, so opening a large project never freezes it.
+    void setLoadsPreviews(bool loadsPreviews) { loadsPreviews_ = loadsPreviews; }
+
 private:
     platform::Dialogs& dialogs_;
+    bool loadsPreviews_ = true;
 };
 
 } // namespace lumivesper::document

@@ -102,6 +102,24 @@ TEST_F(ProjectIOTest, SaveWritesSortedPrettyJsonWithTheAllowedKeysThatLoadsBackT
     io.save(folder.path() / "Copy.lvesper", reopened);
     EXPECT_EQ(readText(folder.path() / "Copy.lvesper" / "project.json"), text);
     EXPECT_TRUE(dialogs.alerts.empty());
+
+    // The window opens without decoding, and fills each preview in later: the document stays
+    // clean and the row is told, so every view repaints.
+    AppState deferred;
+    io.setLoadsPreviews(false);
+    io.load(package, deferred);
+    ASSERT_EQ(deferred.images()[0].thumbnail, nullptr);
+    EXPECT_TRUE(deferred.images()[0].sourcePath);
+    std::vector<ImageRowChange> rows;
+    const auto subscription =
+        deferred.observeImageRows([&](const ImageRowChange& change) { rows.push_back(change); });
+    const auto preview = reopened.images()[0].thumbnail;
+    deferred.fillDisplayPreview(deferred.images()[0].id, preview);
+    deferred.fillDisplayPreview(deferred.images()[0].id, nullptr); // a later one never replaces it
+    EXPECT_EQ(deferred.images()[0].thumbnail, preview);
+    ASSERT_EQ(rows.size(), 1u);
+    EXPECT_EQ(rows[0].kind, ImageRowChange::Kind::changed);
+    EXPECT_FALSE(deferred.isDirty());
 }
 
 TEST_F(ProjectIOTest, SecondSaveCopiesNothingAndSaveAsCopiesEverything) {

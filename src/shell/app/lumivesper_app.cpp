@@ -27,6 +27,8 @@ LumivesperApp::LumivesperApp(platform::Dialogs& dialogs, platform::MainThread& m
       exportDriver_(std::make_unique<ExportDriver>(appState_, uiState_, dialogs, mainThread_,
                                                    options_.makeUpscaler, options_.generateHeic)) {
     appState_.setUndoManager(&undoManager_);
+    // The library makes display previews on its worker pool; opening a project must not.
+    projectIO_.setLoadsPreviews(false);
 }
 
 LumivesperApp::~LumivesperApp() {

@@ -42,6 +42,13 @@ LibraryView::LibraryView(shell::AppCommandCenter& center, platform::MainThread& 
     pages_->addWidget(singleView_);
     tweenSheet_ = new TweenSheet(tweens_, *previews_, this);
 
+    // Previews made from files (a project opened without them) are kept in the document, for the
+    // timeline, the export sheet and every other view of the image.
+    previews_->setFilePreviewHandler(
+        [this](const std::string& id, std::shared_ptr<const platform::PixelImage> preview) {
+            if (const auto uuid = platform::Uuid::parse(id))
+                appState_.fillDisplayPreview(*uuid, std::move(preview));
+        });
     center_.setFileImporter(
         [this](const std::vector<std::filesystem::path>& files) { imports_.importFiles(files); });
     connect(emptyState_, &EmptyState::importRequested, this, [this] { center_.importImages(); });

@@ -66,11 +66,15 @@ PreviewCache::Entry& PreviewCache::entryFor(const document::WallpaperImage& imag
     auto path = image.sourcePath;
     pool_.start([this, id, source, thumbnail = std::move(thumbnail), path = std::move(path)] {
         QImage full;
+        std::shared_ptr<const platform::PixelImage> decoded;
         try {
-            if (thumbnail)
+            if (thumbnail) {
                 full = toPaintable(*thumbnail);
-            else if (path)
-                full = toPaintable(platform::loadPreview(*path, fullSide));
+            } else if (path) {
+                decoded = std::make_shared<const platform::PixelImage>(
+                    platform::loadPreview(*path, fullSide));
+                full = toPaintable(*decoded);
+            }
         } catch (const platform::ImageIoError&) {
             // stays a placeholder: the file went or was never an image
         }
@@ -78,21 +82,29 @@ PreviewCache::Entry& PreviewCache::entryFor(const document::WallpaperImage& imag
         QImage icon = limited(full, iconSide);
         QMetaObject::invokeMethod(
             this,
-            [this, id, source, full = std::move(full), icon = std::move(icon)]() mutable {
-                deliver(id, source, std::move(full), std::move(icon));
+            [this, id, source, full = std::move(full), icon = std::move(icon),
+             decoded = std::move(decoded)]() mutable {
+                deliver(id, source, std::move(full), std::move(icon), std::move(decoded));
             },
             Qt::QueuedConnection);
     });
     return entry;
 }
 
-void PreviewCache::deliver(const QString& id, const void* source, QImage full, QImage icon) {
+void PreviewCache::deliver(const QString& id, const void* source, QImage full, QImage icon,
+                           std::shared_ptr<const platform::PixelImage> decoded) {
     --pending_;
     auto found = entries_.find(id);
     if (found == entries_.end() || found->source != source)
         return; // superseded or dropped meanwhile
     found->full = std::move(full);
     found->icon = std::move(icon);
+    if (decoded && filePreviewHandler_) {
+        // The record will hold this very preview: the entry stays valid for it, nothing is
+        // made twice.
+        found->source = decoded.get();
+        filePreviewHandler_(toStdString(id), std::move(decoded));
+    }
     emit previewReady(id);
 }
 

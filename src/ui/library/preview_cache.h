@@ -9,6 +9,7 @@
 #include <QString>
 #include <QThreadPool>
 
+#include <functional>
 #include <memory>
 #include <vector>
 
@@ -35,6 +36,12 @@ public:
     // playing timeline costs a copy, not a smooth scale per cell.
     static QPixmap scaled(const QImage& image, QSize size);
 
+    // Told on the main thread of each preview made from an image's file (the record had none),
+    // so the document can keep it for whatever else shows the image.
+    using FilePreviewHandler =
+        std::function<void(const std::string& imageId, std::shared_ptr<const platform::PixelImage>)>;
+    void setFilePreviewHandler(FilePreviewHandler handler) { filePreviewHandler_ = std::move(handler); }
+
     // Blocks until every requested preview is made and delivered; for tests and benchmarks.
     void waitForPending();
     int pendingCount() const { return pending_; }
@@ -52,11 +59,13 @@ private:
     };
 
     Entry& entryFor(const document::WallpaperImage& image);
-    void deliver(const QString& id, const void* source, QImage full, QImage icon);
+    void deliver(const QString& id, const void* source, QImage full, QImage icon,
+                 std::shared_ptr<const platform::PixelImage> decoded);
 
     QHash<QString, Entry> entries_;
     QThreadPool pool_;
     int pending_ = 0;
+    FilePreviewHandler filePreviewHandler_;
 };
 
 } // namespace lumivesper::ui
