@@ -94,6 +94,17 @@ VipsImagePtr openUpright(const std::filesystem::path& path, const std::string& w
     return checked(vips_autorot(image.get(), &out, nullptr), out, what);
 }
 
+// A vips view of `image`'s pixels, without a copy: `image` must outlive it.
+VipsImagePtr wrapPixels(const PixelImage& image, const std::string& what) {
+    VipsImage* wrapped = vips_image_new_from_memory(
+        image.rgba.data(), image.rgba.size(), image.width, image.height, 4, VIPS_FORMAT_UCHAR);
+    if (!wrapped)
+        failWithVipsError(what);
+    VipsImagePtr source(wrapped);
+    source->Type = VIPS_INTERPRETATION_sRGB;
+    return source;
+}
+
 } // namespace
 
 PixelImage loadImage(const std::filesystem::path& path) {
@@ -131,12 +142,7 @@ PixelImage shrinkLanczos(const PixelImage& image, int width, int height) {
     const std::string what = "Cannot resize an image";
     if (image.empty() || width <= 0 || height <= 0 || width > image.width || height > image.height)
         throw ImageIoError(what + ": invalid size");
-    VipsImage* wrapped = vips_image_new_from_memory(
-        image.rgba.data(), image.rgba.size(), image.width, image.height, 4, VIPS_FORMAT_UCHAR);
-    if (!wrapped)
-        failWithVipsError(what);
-    VipsImagePtr source(wrapped);
-    source->Type = VIPS_INTERPRETATION_sRGB;
+    const VipsImagePtr source = wrapPixels(image, what);
     VipsImage* out = nullptr;
     // One Lanczos pass over the whole reduction: no "gap", which would box-filter first and let
     // aliases through.
@@ -174,12 +180,7 @@ void writePng(const PixelImage& image, const std::filesystem::path& path) {
     const std::string what = "Cannot write " + path.string();
     if (image.empty() || image.rgba.size() != std::size_t(image.width) * image.height * 4)
         throw ImageIoError(what + ": empty or malformed image");
-    VipsImage* wrapped = vips_image_new_from_memory(
-        image.rgba.data(), image.rgba.size(), image.width, image.height, 4, VIPS_FORMAT_UCHAR);
-    if (!wrapped)
-        failWithVipsError(what);
-    VipsImagePtr source(wrapped);
-    source->Type = VIPS_INTERPRETATION_sRGB;
+    const VipsImagePtr source = wrapPixels(image, what);
     if (vips_pngsave(source.get(), path.c_str(), "compression", 1, "filter",
                      VIPS_FOREIGN_PNG_FILTER_UP, nullptr) != 0)
         failWithVipsError(what);
