@@ -48,6 +48,14 @@ void UpdateChecker::resetUpdateCycle() {
     wake_.notify_all();
 }
 
+void UpdateChecker::cancelUserCheck() {
+    std::lock_guard lock(mutex_);
+    if (pending_ == UpdateCheckKind::userInitiated)
+        pending_.reset();
+    if (runningCheck_ && runningKind_ == UpdateCheckKind::userInitiated)
+        runningCheck_->request_stop();
+}
+
 void UpdateChecker::request(UpdateCheckKind kind) {
     std::lock_guard lock(mutex_);
     // A user's request outranks a background one waiting beside it.
@@ -77,6 +85,7 @@ void UpdateChecker::run(std::stop_token stop) {
 
         std::stop_source check;
         runningCheck_ = check;
+        runningKind_ = kind;
         lock.unlock();
         {
             std::stop_callback forward(stop, [check]() mutable { check.request_stop(); });

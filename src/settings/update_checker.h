@@ -68,6 +68,9 @@ public:
     void checkForUpdatesInBackground();
     // Cancels a running check (its result is dropped) and starts the interval again from now.
     void resetUpdateCycle();
+    // Drops the check the user asked for, waiting or running: it reports nothing. Background
+    // checks go on.
+    void cancelUserCheck();
 
     const std::string& currentVersion() const { return currentVersion_; }
     // This build's version as the feed numbers releases: the build number, else the release.
@@ -98,6 +101,7 @@ private:
     std::optional<UpdateCheckKind> pending_;
     std::chrono::steady_clock::time_point nextBackgroundCheck_;
     std::optional<std::stop_source> runningCheck_;
+    UpdateCheckKind runningKind_ = UpdateCheckKind::background;
     std::jthread worker_; // last: starts after everything above exists, stops first
 };
 

@@ -11,13 +11,16 @@ AppLifecycleDelegate::AppLifecycleDelegate(settings::UpdateChannelManager& chann
                                            std::function<std::string()> feedBaseURL,
                                            std::function<void(bool)> replyToPlatform)
     : channels_(channels), feedBaseURL_(std::move(feedBaseURL)),
-      replyToPlatform_(std::move(replyToPlatform)) {}
+      replyToPlatform_(std::move(replyToPlatform)),
+      updates_({LUMIVESPER_VERSION, settings::UpdateChecker::buildVersion()},
+               [&channels] { return std::string(settings::label(channels.currentChannel())); }) {}
 
 void AppLifecycleDelegate::applicationDidFinishLaunching(
     const std::function<std::unique_ptr<UpdateController>(settings::UpdaterDelegate&)>&
         makeUpdater) {
     platform::consoleLine("[AppLifecycle] Launch complete.");
     updater_ = makeUpdater ? makeUpdater(*this) : nullptr;
+    updates_.setController(updater_.get());
     channelSubscription_ =
         channels_.observeChannelChanged([this](const settings::UpdateChannelChange&) {
             if (!updater_)
@@ -35,8 +38,8 @@ void AppLifecycleDelegate::bindCommandCenter(
     const std::function<void(std::function<void()>)>& postToMainThread) {
     commandCenter_ = &commandCenter;
     commandCenter.setUpdateCheckHandler([this, alive = lifetime_.weak()] {
-        if (!alive.expired() && updater_)
-            updater_->checkForUpdates();
+        if (!alive.expired())
+            updates_.checkForUpdates();
     });
     if (!pendingFileURL_)
         return;
@@ -113,17 +116,20 @@ std::string AppLifecycleDelegate::feedURLString() {
 }
 
 void AppLifecycleDelegate::didFindValidUpdate(const settings::AppcastItem& item,
-                                              settings::UpdateCheckKind) {
+                                              settings::UpdateCheckKind kind) {
     platform::consoleLine("✅ Update found: " + item.displayVersion + " (" + item.version + ")");
+    updates_.didFindValidUpdate(item, kind);
 }
 
-void AppLifecycleDelegate::didNotFindUpdate(settings::UpdateCheckKind) {
+void AppLifecycleDelegate::didNotFindUpdate(settings::UpdateCheckKind kind) {
     platform::consoleLine("ℹ️  No updates available");
+    updates_.didNotFindUpdate(kind);
 }
 
 void AppLifecycleDelegate::didAbortWithError(const settings::UpdateCheckError& error,
-                                             settings::UpdateCheckKind) {
+                                             settings::UpdateCheckKind kind) {
     platform::consoleLine("⚠️ Update check failed: " + error.description());
+    updates_.didAbortWithError(error, kind);
 }
 
 } // namespace lumivesper::shell

@@ -3,6 +3,7 @@
 #include "platform/observer_list.h"
 #include "shell/save_flow_coordinator.h"
 #include "shell/update_controller.h"
+#include "shell/update_flow.h"
 
 #include <filesystem>
 #include <functional>
@@ -63,6 +64,8 @@ public:
                            settings::UpdateCheckKind kind) override;
 
     UpdateController* updaterController() const { return updater_.get(); }
+    // What the user sees of the checks: the dialog of "Check for Updates..." and the notice.
+    UpdateFlow& updates() { return updates_; }
     const std::optional<std::filesystem::path>& pendingFileURL() const { return pendingFileURL_; }
     bool shouldBypassCloseCheck() const { return shouldBypassCloseCheck_; }
     bool isTerminating() const { return isTerminating_; }
@@ -77,7 +80,8 @@ private:
     std::optional<std::filesystem::path> pendingFileURL_;
     bool shouldBypassCloseCheck_ = false;
     bool isTerminating_ = false;
-    std::unique_ptr<UpdateController> updater_;
+    UpdateFlow updates_;
+    std::unique_ptr<UpdateController> updater_; // after updates_: gone first
     platform::Subscription channelSubscription_;
     LifetimeToken lifetime_;
 };

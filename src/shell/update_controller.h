@@ -14,6 +14,8 @@ public:
     virtual void checkForUpdates() = 0; // on the user's request
     virtual void checkForUpdatesInBackground() = 0;
     virtual void resetUpdateCycle() = 0;
+    // Drops the check the user asked for; its answer never comes.
+    virtual void cancelCheck() = 0;
 };
 
 // The update checker of the settings library behind that interface, started at once.
@@ -26,6 +28,7 @@ public:
     void checkForUpdates() override { checker_.checkForUpdates(); }
     void checkForUpdatesInBackground() override { checker_.checkForUpdatesInBackground(); }
     void resetUpdateCycle() override { checker_.resetUpdateCycle(); }
+    void cancelCheck() override { checker_.cancelUserCheck(); }
 
 private:
     settings::UpdateChecker checker_;

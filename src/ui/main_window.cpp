@@ -53,6 +53,7 @@ MainWindow::MainWindow(shell::AppCommandCenter& center, shell::AppLifecycleDeleg
     auto* column = new QVBoxLayout(body);
     column->setContentsMargins(0, 0, 0, 0);
     column->setSpacing(0);
+    contentColumn_ = column;
     column->addWidget(make(content_.makeLibrary, QStringLiteral("Library"), body), 1);
     if (content_.makeTimeline) {
         if (QWidget* timeline = content_.makeTimeline(body))
@@ -90,6 +91,11 @@ MainWindow::MainWindow(shell::AppCommandCenter& center, shell::AppLifecycleDeleg
 }
 
 MainWindow::~MainWindow() = default;
+
+void MainWindow::addBanner(QWidget* banner) {
+    banner->setParent(centralWidget());
+    contentColumn_->insertWidget(0, banner);
+}
 
 void MainWindow::refresh() {
     toolbar_->refresh();

@@ -4,10 +4,10 @@
 #include "shell/app_ui_state.h"
 
 #include <QMainWindow>
-
 #include <functional>
 
 class QDockWidget;
+class QVBoxLayout;
 
 namespace lumivesper::document {
 class UndoManager;
@@ -46,6 +46,8 @@ public:
 
     MainToolbar& toolbar() const { return *toolbar_; }
     MainMenus& menus() const { return *menus_; }
+    // A strip above the library for notices; the window takes ownership.
+    void addBanner(QWidget* banner);
 
 protected:
     void closeEvent(QCloseEvent* event) override;
@@ -61,6 +63,7 @@ private:
     MainToolbar* toolbar_ = nullptr;
     MainMenus* menus_ = nullptr;
     QDockWidget* inspector_ = nullptr;
+    QVBoxLayout* contentColumn_ = nullptr;
     std::optional<shell::ActiveSheet> presentedSheet_;
     platform::Subscription documentChanges_;
     platform::Subscription windowStateChanges_;

@@ -1,13 +1,15 @@
+#include "loopback_feed.h"
 #include "settings/update_checker.h"
 
 #include <gtest/gtest.h>
-#include <httplib.h>
-#include <map>
 
 namespace lumivesper::settings {
 namespace {
 
 using namespace std::chrono_literals;
+using testing::appcastWith;
+using testing::LoopbackFeed;
+using testing::waitFor;
 
 TEST(CompareVersions, OrdersReleasesAsPeopleNumberThem) {
     // Two versions and the sign of their comparison.
@@ -52,56 +54,6 @@ TEST(Appcast, RejectsWhatIsNotAnRssChannel) {
     EXPECT_TRUE(parseAppcast("<rss><channel/></rss>").empty());
 }
 
-// Polls until `done` holds, ten seconds at most, so that no test can hang.
-bool waitFor(const std::function<bool()>& done) {
-    for (const auto deadline = std::chrono::steady_clock::now() + 10s;
-         !done() && std::chrono::steady_clock::now() < deadline;)
-        std::this_thread::sleep_for(1ms);
-    return done();
-}
-
-// An update feed on 127.0.0.1 that answers each path with its body in `answers` (404 if it has
-// none). Requests are counted; while `holding` is set, their answers wait.
-class LoopbackFeed {
-public:
-    LoopbackFeed() {
-        server_.Get(".*", [this](const httplib::Request& request, httplib::Response& response) {
-            ++requests;
-            waitFor([this] { return !holding; });
-            const auto found = answers.find(request.path);
-            if (found == answers.end())
-                response.status = 404;
-            else
-                response.set_content(found->second, "application/rss+xml");
-        });
-        port_ = server_.bind_to_any_port("127.0.0.1");
-        thread_ = std::thread([this] { server_.listen_after_bind(); });
-        waitFor([this] { return server_.is_running(); }); // stop() is ignored before then
-    }
-    ~LoopbackFeed() {
-        holding = false;
-        server_.stop();
-        thread_.join();
-    }
-
-    std::string baseURL() const { return "http://127.0.0.1:" + std::to_string(port_); }
-
-    std::map<std::string, std::string> answers; // filled before any check
-    std::atomic<int> requests = 0;
-    std::atomic<bool> holding = false;
-
-private:
-    httplib::Server server_;
-    int port_ = 0;
-    std::thread thread_;
-};
-
-std::string appcastWith(const std::string& version, const std::string& displayVersion) {
-    return R"(<rss version="2.0" xmlns:u="urn:example:updates"><channel><item><enclosure )"
-           "url=\"https://example.test/a.tar.gz\" u:version=\"" +
-           version + "\" u:shortVersionString=\"" + displayVersion + "\"/></item></channel></rss>";
-}
-
 // Also the checker's delegate: hands out a new feed path at every check and records each verdict
 // as text.
 class UpdateCheckerTest : public ::testing::Test, public UpdaterDelegate {
@@ -130,7 +82,8 @@ protected:
     }
     // A background check whose answer waits at the feed until the test lets it go.
     void startHeldCheck() {
-        feed.answers["/check-1"] = feed.answers["/check-2"] = appcastWith("130", "1.3");
+        feed.answer("/check-1", appcastWith("130", "1.3"));
+        feed.answer("/check-2", appcastWith("130", "1.3"));
         feed.holding = true;
         makeChecker();
         checker->checkForUpdatesInBackground();
@@ -158,7 +111,7 @@ TEST_F(UpdateCheckerTest, ComparesTheFeedWithThisBuildAndAsksForItsURLEveryTime)
     for (const auto& [body, background, outcome] : cases) {
         expected.push_back(outcome);
         if (!body.empty())
-            feed.answers["/check-" + std::to_string(expected.size())] = body;
+            feed.answer("/check-" + std::to_string(expected.size()), body);
     }
     makeChecker();
     for (const auto& [body, background, outcome] : cases) {
@@ -184,6 +137,26 @@ TEST_F(UpdateCheckerTest, ResetDropsTheRunningCheck) {
     ASSERT_TRUE(waitForOutcomes(1));
     mainThread.drain();
     EXPECT_EQ(outcomes, std::vector<std::string>{"user: found 1.3 (130)"});
+}
+
+TEST_F(UpdateCheckerTest, CancelledUserCheckReportsNothingWhileBackgroundChecksGoOn) {
+    for (const char* path : {"/check-1", "/check-2", "/check-3"})
+        feed.answer(path, appcastWith("130", "1.3"));
+    feed.holding = true;
+    makeChecker();
+    checker->checkForUpdates();
+    ASSERT_TRUE(waitFor([this] { return feed.requests == 1; }));
+    checker->cancelUserCheck();
+    checker->cancelUserCheck(); // nothing left to cancel
+    feed.holding = false;
+    checker->checkForUpdatesInBackground();
+    checker->cancelUserCheck(); // not the user's check
+    ASSERT_TRUE(waitForOutcomes(1));
+    checker->checkForUpdates();
+    ASSERT_TRUE(waitForOutcomes(2));
+    mainThread.drain();
+    EXPECT_EQ(outcomes,
+              (std::vector<std::string>{"background: found 1.3 (130)", "user: found 1.3 (130)"}));
 }
 
 TEST_F(UpdateCheckerTest, DestroyedCheckerReportsNothing) {

@@ -171,6 +171,7 @@ TEST_F(ShellTest, UpdateCheckGoesToTheUpdaterOnceLaunched) {
         void checkForUpdates() override { ++*checks; }
         void checkForUpdatesInBackground() override { ++*checks; }
         void resetUpdateCycle() override {}
+        void cancelCheck() override {}
     };
     int checks = 0;
     delegate.applicationDidFinishLaunching(

@@ -7,6 +7,8 @@
 #include "ui/library/library_view.h"
 #include "ui/qt_text.h"
 #include "ui/settings/settings_dialog.h"
+#include "ui/settings/update_dialog.h"
+#include "ui/settings/update_notice.h"
 #include "ui/timeline/timeline_strip.h"
 
 namespace lumivesper::shell {
@@ -45,6 +47,8 @@ QStringList LumivesperApp::launch(const QStringList& files) {
     content.presentSheet = [this](ActiveSheet sheet) { presentSheet(sheet); };
     window_ = std::make_unique<ui::MainWindow>(commandCenter_, delegate_, undoManager_,
                                                std::move(content), [this] { requestQuit(); });
+    window_->addBanner(new ui::UpdateNotice(delegate_.updates()));
+    updateChanges_ = delegate_.updates().observe([this] { presentUpdateDialog(); });
     window_->show();
     delegate_.bindCommandCenter(commandCenter_, [this](std::function<void()> work) {
         mainThread_.post(std::move(work));
@@ -119,6 +123,22 @@ void LumivesperApp::presentSheet(ActiveSheet sheet) {
     QObject::connect(dialog, &QDialog::finished, dialog,
                      [this] { uiState_.setActiveSheet(std::nullopt); });
     dialog->open();
+}
+
+void LumivesperApp::presentUpdateDialog() {
+    // Only a new phase brings the dialog forward: a change of the notice must not steal focus.
+    const UpdateDialogPhase phase = delegate_.updates().dialogPhase();
+    if (phase == std::exchange(presentedUpdatePhase_, phase) && updateDialog_)
+        return;
+    if (phase == UpdateDialogPhase::hidden)
+        return; // the dialog closes itself
+    if (!updateDialog_) {
+        updateDialog_ = new ui::UpdateDialog(delegate_.updates(), window_.get());
+        updateDialog_->setAttribute(Qt::WA_DeleteOnClose);
+    }
+    updateDialog_->show();
+    updateDialog_->raise();
+    updateDialog_->activateWindow();
 }
 
 void LumivesperApp::finishQuit() {

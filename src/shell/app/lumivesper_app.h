@@ -13,8 +13,8 @@
 #include "shell/save_flow_coordinator.h"
 #include "ui/main_window.h"
 
+#include <QPointer>
 #include <QStringList>
-
 #include <functional>
 #include <memory>
 
@@ -24,7 +24,8 @@ class MainThread;
 } // namespace lumivesper::platform
 namespace lumivesper::ui {
 class LibraryView;
-}
+class UpdateDialog;
+} // namespace lumivesper::ui
 
 namespace lumivesper::shell {
 
@@ -74,6 +75,7 @@ private:
     void fillMissingContent();
     void finishQuit();
     void presentSheet(ActiveSheet sheet);
+    void presentUpdateDialog();
 
     platform::MainThread& mainThread_;
     settings::Defaults defaults_;
@@ -90,6 +92,9 @@ private:
     std::unique_ptr<ExportDriver> exportDriver_; // outlives the window and its sheets
     std::unique_ptr<ui::MainWindow> window_;
     ui::LibraryView* library_ = nullptr; // owned by the window
+    QPointer<ui::UpdateDialog> updateDialog_;
+    UpdateDialogPhase presentedUpdatePhase_ = UpdateDialogPhase::hidden;
+    platform::Subscription updateChanges_;
     bool quitPending_ = false;
 };
 
