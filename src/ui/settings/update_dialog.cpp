@@ -144,6 +144,7 @@ void UpdateDialog::refresh() {
     close_->setDefault(!canDownload);
     (canDownload ? download_ : close_)->setFocus();
     setAccessibleName(title_->text());
+    adjustSize(); // each phase has its own amount of text
 }
 
 } // namespace lumivesper::ui
