@@ -35,39 +35,6 @@ protected:
     int cancels = 0;
 };
 
-TEST_F(UpdateFlowTest, UserCheckShowsCheckingThenEachVerdict) {
-    const UpdateCheckError status500(UpdateCheckError::Kind::badStatus,
-                                     "The update feed answered with status 500.");
-    // The verdict, then the dialog's phase, title and message.
-    const std::vector<
-        std::tuple<std::function<void()>, UpdateDialogPhase, std::string, std::string>>
-        cases = {
-            {[&] { flow.didFindValidUpdate(release("0.5.0", "50"), user); },
-             UpdateDialogPhase::updateFound, "A new version of Lumivesper AI is available",
-             "Lumivesper AI 0.5.0 (build 50) is out on the Stable channel. You have 0.4.0 (build "
-             "40)."},
-            {[&] { flow.didNotFindUpdate(user); }, UpdateDialogPhase::upToDate, "You're up to date",
-             "Lumivesper AI 0.4.0 (build 40) is the newest version on the Stable channel."},
-            {[&] { flow.didAbortWithError(status500, user); }, UpdateDialogPhase::failed,
-             "Update Check Failed", "The update feed answered with status 500."},
-        };
-    for (const auto& [verdict, phase, title, message] : cases) {
-        flow.checkForUpdates();
-        EXPECT_EQ(flow.dialogPhase(), UpdateDialogPhase::checking);
-        EXPECT_EQ(flow.dialogContent().title, "Checking for Updates…");
-        verdict();
-        EXPECT_EQ(flow.dialogPhase(), phase);
-        EXPECT_EQ(flow.dialogContent().title, title);
-        EXPECT_EQ(flow.dialogContent().message, message);
-        EXPECT_EQ(flow.dialogContent().releaseNotesURL.has_value(),
-                  phase == UpdateDialogPhase::updateFound);
-        flow.closeDialog();
-        EXPECT_EQ(flow.dialogPhase(), UpdateDialogPhase::hidden);
-    }
-    EXPECT_EQ(checks, 3);
-    EXPECT_EQ(cancels, 0); // closing after the verdict cancels nothing
-}
-
 TEST_F(UpdateFlowTest, ClosingWhileCheckingCancelsAndDropsTheLateAnswer) {
     flow.checkForUpdates();
     flow.checkForUpdates(); // already checking: no second request
