@@ -1,9 +1,11 @@
 #include "shell/app/lumivesper_app.h"
 
-#include "platform/main_thread.h"
-#include "settings/server_config.h"
 #include "platform/console.h"
+#include "platform/main_thread.h"
+#include "platform/uuid.h"
+#include "settings/server_config.h"
 #include "ui/export/export_sheet.h"
+#include "ui/image_edit/image_edit_sheet.h"
 #include "ui/library/library_view.h"
 #include "ui/qt_text.h"
 #include "ui/settings/settings_dialog.h"
@@ -25,7 +27,8 @@ LumivesperApp::LumivesperApp(platform::Dialogs& dialogs, platform::MainThread& m
                 }),
       options_(std::move(options)),
       exportDriver_(std::make_unique<ExportDriver>(appState_, uiState_, dialogs, mainThread_,
-                                                   options_.makeUpscaler, options_.generateHeic)) {
+                                                   options_.makeUpscaler, options_.generateHeic)),
+      editedImages_(appState_, mainThread_) {
     appState_.setUndoManager(&undoManager_);
     // The library makes display previews on its worker pool; opening a project must not.
     projectIO_.setLoadsPreviews(false);
@@ -46,9 +49,8 @@ QStringList LumivesperApp::launch(const QStringList& files) {
     window_ = std::make_unique<ui::MainWindow>(commandCenter_, delegate_, undoManager_,
                                                std::move(content), [this] { requestQuit(); });
     window_->show();
-    delegate_.bindCommandCenter(commandCenter_, [this](std::function<void()> work) {
-        mainThread_.post(std::move(work));
-    });
+    delegate_.bindCommandCenter(
+        commandCenter_, [this](std::function<void()> work) { mainThread_.post(std::move(work)); });
     return refused;
 }
 
@@ -75,6 +77,11 @@ void LumivesperApp::fillMissingContent() {
     if (!content.makeLibrary) {
         content.makeLibrary = [this](QWidget* parent) {
             library_ = new ui::LibraryView(commandCenter_, mainThread_, parent);
+            QObject::connect(library_, &ui::LibraryView::editWithAIRequested, library_,
+                             [this](const QString& id) {
+                                 if (const auto uuid = platform::Uuid::parse(ui::toStdString(id)))
+                                     openImageEditSheet(*uuid);
+                             });
             return library_;
         };
     }
@@ -119,6 +126,21 @@ void LumivesperApp::presentSheet(ActiveSheet sheet) {
     QObject::connect(dialog, &QDialog::finished, dialog,
                      [this] { uiState_.setActiveSheet(std::nullopt); });
     dialog->open();
+}
+
+void LumivesperApp::openImageEditSheet(const platform::Uuid& imageId) {
+    const document::WallpaperImage* image = appState_.image(imageId);
+    if (!image || !library_)
+        return;
+    // The sheet works on a copy taken now; applying finds the record again by its id.
+    auto* sheet = new ui::ImageEditSheet(
+        appState_, *image, mainThread_, defaults_, library_->previews(),
+        [this, edited = *image](const generation::Bytes& data) {
+            editedImages_.apply(edited, data);
+        },
+        window_.get());
+    sheet->setAttribute(Qt::WA_DeleteOnClose);
+    sheet->open();
 }
 
 void LumivesperApp::finishQuit() {
