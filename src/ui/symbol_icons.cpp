@@ -35,7 +35,7 @@ constexpr SymbolIcon symbolIcons[] = {
     {"forward.end.fill", "media-skip-forward"},
     {"checkmark.circle.fill", "dialog-positive"},
     {"exclamationmark.triangle", "data-warning"},
-    {"exclamationmark.triangle.fill", "dialog-warning"},
+    {"exclamationmark.triangle.fill", "emblem-warning"},
     {"gear", "configure"},
     {"arrow.down.circle", "download"},
     {"wrench.and.screwdriver", "tools"},

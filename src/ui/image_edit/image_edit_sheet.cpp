@@ -96,6 +96,7 @@ ImageEditSheet::ImageEditSheet(document::AppState& appState, document::Wallpaper
     auto* layout = new QVBoxLayout(this);
     layout->setContentsMargins(20, 16, 20, 16);
     layout->setSpacing(14);
+    layout->setSizeConstraint(QLayout::SetFixedSize); // the sheet fits what it shows
 
     auto* header = new QHBoxLayout;
     auto* heading = new QLabel(QStringLiteral("Edit Image with AI"), this);
@@ -156,8 +157,12 @@ ImageEditSheet::ImageEditSheet(document::AppState& appState, document::Wallpaper
     promptColumn->addWidget(hint);
     layout->addLayout(promptColumn);
 
-    // The status: progress while the model works, the failure when it did not.
-    progressRow_ = new QWidget(this);
+    // The status: progress while the model works, the failure when it did not. Its line is
+    // kept when empty, so that the sheet does not jump as a request starts and ends.
+    auto* status = new QWidget(this);
+    auto* statusLayout = new QVBoxLayout(status);
+    statusLayout->setContentsMargins(0, 0, 0, 0);
+    progressRow_ = new QWidget(status);
     auto* progressLayout = new QHBoxLayout(progressRow_);
     progressLayout->setContentsMargins(0, 0, 0, 0);
     progressBar_ = new QProgressBar(progressRow_);
@@ -168,9 +173,9 @@ ImageEditSheet::ImageEditSheet(document::AppState& appState, document::Wallpaper
     progressBar_->setAccessibleName(QStringLiteral("Progress"));
     progressLayout->addWidget(progressBar_);
     progressLayout->addWidget(progressMessage_, 1);
-    layout->addWidget(progressRow_);
+    statusLayout->addWidget(progressRow_);
 
-    errorRow_ = new QWidget(this);
+    errorRow_ = new QWidget(status);
     auto* errorLayout = new QHBoxLayout(errorRow_);
     errorLayout->setContentsMargins(0, 0, 0, 0);
     auto* errorIcon = new QLabel(errorRow_);
@@ -181,9 +186,11 @@ ImageEditSheet::ImageEditSheet(document::AppState& appState, document::Wallpaper
     errorText_->setWordWrap(true);
     errorText_->setTextInteractionFlags(Qt::TextSelectableByMouse);
     errorText_->setStyleSheet(QStringLiteral("color: #c0392b"));
-    errorLayout->addWidget(errorIcon);
+    errorLayout->addWidget(errorIcon, 0, Qt::AlignTop);
     errorLayout->addWidget(errorText_, 1);
-    layout->addWidget(errorRow_);
+    statusLayout->addWidget(errorRow_);
+    status->setMinimumHeight(progressRow_->sizeHint().height());
+    layout->addWidget(status);
 
     auto* buttons = new QHBoxLayout;
     buttons->addStretch();
@@ -192,6 +199,7 @@ ImageEditSheet::ImageEditSheet(document::AppState& appState, document::Wallpaper
     discard_->setAutoDefault(false);
     primary_ = new QPushButton(QStringLiteral("Generate Fix"), this);
     primary_->setDefault(true);
+    primary_->setToolTip(QStringLiteral("Ctrl+Return"));
     buttons->addWidget(discard_);
     buttons->addWidget(primary_);
     layout->addLayout(buttons);
