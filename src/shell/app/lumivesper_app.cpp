@@ -1,9 +1,9 @@
 #include "shell/app/lumivesper_app.h"
 
-#include "platform/console.h"
 #include "platform/main_thread.h"
 #include "platform/uuid.h"
 #include "settings/server_config.h"
+#include "platform/console.h"
 #include "ui/export/export_sheet.h"
 #include "ui/image_edit/image_edit_sheet.h"
 #include "ui/library/library_view.h"
@@ -49,8 +49,9 @@ QStringList LumivesperApp::launch(const QStringList& files) {
     window_ = std::make_unique<ui::MainWindow>(commandCenter_, delegate_, undoManager_,
                                                std::move(content), [this] { requestQuit(); });
     window_->show();
-    delegate_.bindCommandCenter(
-        commandCenter_, [this](std::function<void()> work) { mainThread_.post(std::move(work)); });
+    delegate_.bindCommandCenter(commandCenter_, [this](std::function<void()> work) {
+        mainThread_.post(std::move(work));
+    });
     return refused;
 }
 

@@ -15,6 +15,7 @@
 #include "ui/main_window.h"
 
 #include <QStringList>
+
 #include <functional>
 #include <memory>
 
