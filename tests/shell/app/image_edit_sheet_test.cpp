@@ -91,17 +91,6 @@ private:
         return fixture.window().findChild<ui::ImageEditSheet*>();
     }
 
-    static bool waitFor(AppFixture& fixture, const std::function<bool()>& done) {
-        const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(20);
-        while (std::chrono::steady_clock::now() < deadline) {
-            fixture.dialogs.mainThread.runUntil(done, std::chrono::milliseconds(20));
-            QCoreApplication::processEvents();
-            if (done())
-                return true;
-        }
-        return false;
-    }
-
 private slots:
     // The whole road: open from the menu, ask for a fix, see it beside the reference, apply it.
     // The new file lies beside the old one, the document stays clean with nothing to undo, and
@@ -117,8 +106,8 @@ private slots:
         QVERIFY(sheet);
         QVERIFY(sheet->isVisible());
         auto& previews = fixture.window().findChild<ui::LibraryView*>()->previews();
-        QVERIFY(waitFor(fixture, [&] { return !sheet->originalFrame()->pixmap().isNull(); }));
-        QVERIFY(waitFor(fixture, [&] { return !sheet->currentFrame()->pixmap().isNull(); }));
+        QVERIFY(fixture.waitFor([&] { return !sheet->originalFrame()->pixmap().isNull(); }));
+        QVERIFY(fixture.waitFor([&] { return !sheet->currentFrame()->pixmap().isNull(); }));
         QCOMPARE(sheet->currentTitle()->text(), QStringLiteral("Current"));
         QVERIFY(!sheet->primaryButton()->isEnabled());
         QVERIFY(!sheet->discardButton()->isVisible());
@@ -130,7 +119,7 @@ private slots:
         QVERIFY(sheet->progressBar()->isVisible());
         QCOMPARE(sheet->statusLine()->text(), QStringLiteral("Regenerating image..."));
         QVERIFY(!sheet->primaryButton()->isEnabled());
-        QVERIFY(waitFor(fixture, [&] { return !sheet->workflow().state().isGenerating; }));
+        QVERIFY(fixture.waitFor([&] { return !sheet->workflow().state().isGenerating; }));
 
         QCOMPARE(sheet->primaryButton()->text(), QStringLiteral("Apply Changes"));
         QVERIFY(sheet->discardButton()->isVisible());
@@ -152,10 +141,9 @@ private slots:
 
         QTest::mouseClick(sheet->primaryButton(), Qt::LeftButton);
         const auto edited = [&] { return fixture.state().image(ids[1])->sourcePath; };
+        QVERIFY(fixture.waitFor([&] { return edited() != fixture.folder.path() / "phase_6.png"; }));
         QVERIFY(
-            waitFor(fixture, [&] { return edited() != fixture.folder.path() / "phase_6.png"; }));
-        QVERIFY(
-            waitFor(fixture, [&] { return !fixture.window().findChild<ui::ImageEditSheet*>(); }));
+            fixture.waitFor([&] { return !fixture.window().findChild<ui::ImageEditSheet*>(); }));
         const fs::path path = *edited();
         QCOMPARE(path.parent_path(), fixture.folder.path());
         QVERIFY(path.filename().string().starts_with("edited_"));
@@ -168,7 +156,7 @@ private slots:
         QVERIFY(!fixture.window().isWindowModified());
 
         const auto& record = *fixture.state().image(ids[1]);
-        QVERIFY(waitFor(fixture, [&] { return !previews.full(record).isNull(); }));
+        QVERIFY(fixture.waitFor([&] { return !previews.full(record).isNull(); }));
         const QImage preview = previews.full(record);
         QCOMPARE(qGray(preview.pixel(preview.width() / 2, preview.height() / 2)), 120);
     }
@@ -185,7 +173,7 @@ private slots:
         QVERIFY(sheet);
         QTest::keyClicks(sheet->promptField(), QStringLiteral("straighten the horizon"));
         QTest::mouseClick(sheet->primaryButton(), Qt::LeftButton);
-        QVERIFY(waitFor(fixture, [&] { return !sheet->workflow().state().isGenerating; }));
+        QVERIFY(fixture.waitFor([&] { return !sheet->workflow().state().isGenerating; }));
         QVERIFY(sheet->errorLine()->isVisible());
         QVERIFY2(sheet->errorLine()->text().startsWith(QStringLiteral("Failed to regenerate: ")),
                  qPrintable(sheet->errorLine()->text()));
@@ -196,7 +184,7 @@ private slots:
 
         stand.failing = false;
         QTest::mouseClick(sheet->primaryButton(), Qt::LeftButton);
-        QVERIFY(waitFor(fixture, [&] { return !sheet->workflow().state().isGenerating; }));
+        QVERIFY(fixture.waitFor([&] { return !sheet->workflow().state().isGenerating; }));
         QVERIFY(!sheet->errorLine()->isVisible());
         QTest::mouseClick(sheet->discardButton(), Qt::LeftButton);
         QCOMPARE(sheet->primaryButton()->text(), QStringLiteral("Generate Fix"));
@@ -205,7 +193,7 @@ private slots:
 
         QTest::mouseClick(sheet->cancelButton(), Qt::LeftButton);
         QVERIFY(
-            waitFor(fixture, [&] { return !fixture.window().findChild<ui::ImageEditSheet*>(); }));
+            fixture.waitFor([&] { return !fixture.window().findChild<ui::ImageEditSheet*>(); }));
         QCOMPARE(fixture.state().image(ids[0])->sourcePath, fixture.folder.path() / "original.png");
         for (const auto& entry : fs::directory_iterator(fixture.folder.path()))
             QVERIFY(!entry.path().filename().string().starts_with("edited_"));
