@@ -171,6 +171,18 @@ private slots:
 
         ui::ImageEditSheet* sheet = openFromContextMenu(fixture, 0);
         QVERIFY(sheet);
+        // The field grows with its lines from three to six, then scrolls.
+        QPlainTextEdit* field = sheet->promptField();
+        const int threeLines = field->height();
+        field->setPlainText(QStringLiteral("1\n2\n3\n4\n5"));
+        const int fiveLines = field->height();
+        field->setPlainText(QStringLiteral("1\n2\n3\n4\n5\n6\n7\n8\n9"));
+        const int nineLines = field->height();
+        const int line = field->fontMetrics().lineSpacing();
+        QCOMPARE(fiveLines - threeLines, 2 * line);
+        QCOMPARE(nineLines - threeLines, 3 * line);
+        field->clear();
+        QCOMPARE(field->height(), threeLines);
         QTest::keyClicks(sheet->promptField(), QStringLiteral("straighten the horizon"));
         QTest::mouseClick(sheet->primaryButton(), Qt::LeftButton);
         QVERIFY(fixture.waitFor([&] { return !sheet->workflow().state().isGenerating; }));
