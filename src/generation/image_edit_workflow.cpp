@@ -73,33 +73,50 @@ std::optional<WallpaperImage> originalImage(const document::AppState& appState) 
     return *found;
 }
 
-std::optional<fs::path> applyEditedImage(document::AppState& appState, const WallpaperImage& image,
-                                         const Bytes& data,
+std::optional<SavedEdit> saveEditedImage(const WallpaperImage& image, const Bytes& data,
                                          std::chrono::system_clock::time_point now) {
     if (!image.sourcePath) {
         platform::consoleLine("❌ No source path for image");
         return std::nullopt;
     }
-    const fs::path path = image.sourcePath->parent_path() /
-                          ("edited_" + fileNameTimestamp(now) + "_" + image.fileName);
+    SavedEdit saved;
+    saved.path = image.sourcePath->parent_path() /
+                 ("edited_" + fileNameTimestamp(now) + "_" + image.fileName);
     try {
-        fs::create_directories(path.parent_path());
-        writeFileAtomically(path, data);
+        fs::create_directories(saved.path.parent_path());
+        writeFileAtomically(saved.path, data);
     } catch (const std::exception& failure) {
         platform::consoleLine(std::string("❌ Failed to save edited image: ") + failure.what());
         return std::nullopt;
     }
-    platform::consoleLine("✅ Saved edited image to: " + path.string());
-    std::shared_ptr<const platform::PixelImage> preview;
+    platform::consoleLine("✅ Saved edited image to: " + saved.path.string());
     try {
-        preview = std::make_shared<const platform::PixelImage>(platform::loadPreview(path));
+        saved.preview =
+            std::make_shared<const platform::PixelImage>(platform::loadPreview(saved.path));
     } catch (const platform::ImageIoError&) {
         platform::consoleLine("❌ Failed to create image from edited data");
         return std::nullopt;
     }
-    if (!appState.replaceImageFile(image.id, path, std::move(preview)))
-        return std::nullopt;
+    return saved;
+}
+
+bool installEditedImage(document::AppState& appState, const WallpaperImage& image,
+                        SavedEdit saved) {
+    if (!appState.replaceImageFile(image.id, std::move(saved.path), std::move(saved.preview)))
+        return false;
     platform::consoleLine("✅ Updated image in timeline: " + image.fileName);
+    return true;
+}
+
+std::optional<fs::path> applyEditedImage(document::AppState& appState, const WallpaperImage& image,
+                                         const Bytes& data,
+                                         std::chrono::system_clock::time_point now) {
+    auto saved = saveEditedImage(image, data, now);
+    if (!saved)
+        return std::nullopt;
+    fs::path path = saved->path;
+    if (!installEditedImage(appState, image, std::move(*saved)))
+        return std::nullopt;
     return path;
 }
 
@@ -178,10 +195,18 @@ void ImageEditWorkflow::regenerateImage() {
         try {
             const OpenRouterProxyClient client(settings::defaultServerURL(), defaults_);
             Bytes edited = client.editImage(prompt, reference, current, imageEditModel, stop);
-            post([this, edited = std::move(edited)] {
+            std::shared_ptr<const platform::PixelImage> shown;
+            try {
+                shown = std::make_shared<const platform::PixelImage>(platform::loadPreview(
+                    std::string_view(reinterpret_cast<const char*>(edited.data()), edited.size())));
+            } catch (const platform::ImageIoError&) {
+                // Shown as unavailable; applying it fails the same way and changes nothing.
+            }
+            post([this, edited = std::move(edited), shown = std::move(shown)] {
                 state_.progress = 1.0;
                 state_.progressMessage = "Complete!";
                 state_.generatedPreview = edited;
+                state_.generatedPreviewImage = shown;
                 state_.isGenerating = false;
             });
         } catch (const platform::CancellationError&) {
@@ -198,6 +223,7 @@ void ImageEditWorkflow::regenerateImage() {
 
 void ImageEditWorkflow::discardChanges() {
     state_.generatedPreview.reset();
+    state_.generatedPreviewImage.reset();
     state_.errorMessage.reset();
     notify();
 }

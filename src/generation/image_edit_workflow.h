@@ -4,6 +4,7 @@
 #include "generation/generated_image.h"
 #include "platform/main_thread.h"
 #include "platform/observer_list.h"
+#include "platform/pixel_image.h"
 
 #include <chrono>
 #include <filesystem>
@@ -26,6 +27,8 @@ struct ImageEditState {
     double progress = 0; // 0, 0.5 or 1
     std::string progressMessage;
     std::optional<Bytes> generatedPreview;
+    // `generatedPreview` decoded for display, off the main thread; none when it does not decode.
+    std::shared_ptr<const platform::PixelImage> generatedPreviewImage;
     std::optional<std::string> errorMessage;
 };
 
@@ -39,9 +42,26 @@ std::string imageEditPrompt(const std::string& editPrompt);
 // whatever its sun position.
 std::optional<document::WallpaperImage> originalImage(const document::AppState& appState);
 
+// An edited image on disk with its display preview, ready to take its record's place.
+struct SavedEdit {
+    std::filesystem::path path;
+    std::shared_ptr<const platform::PixelImage> preview;
+};
+
 // Saves an edited image beside the file it replaces, as "edited_<time>_<fileName>", never over
-// it, and points the record there without an undo step, dirty flag or re-sort. Returns the new
-// file, or none when nothing in the document changed (the reason is printed).
+// it, and decodes its preview. Touches no document, so it may run on any thread. None when the
+// file cannot be written or does not decode (the reason is printed; a written file stays).
+std::optional<SavedEdit>
+saveEditedImage(const document::WallpaperImage& image, const Bytes& data,
+                std::chrono::system_clock::time_point now = std::chrono::system_clock::now());
+
+// Points the record of `image` at the saved file, without an undo step, dirty flag or re-sort.
+// False when the image has left the document meanwhile.
+bool installEditedImage(document::AppState& appState, const document::WallpaperImage& image,
+                        SavedEdit saved);
+
+// Both in one go, on the main thread. Returns the new file, or none when nothing in the document
+// changed.
 std::optional<std::filesystem::path>
 applyEditedImage(document::AppState& appState, const document::WallpaperImage& image,
                  const Bytes& data,

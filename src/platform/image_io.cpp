@@ -123,6 +123,19 @@ PixelImage loadPreview(const std::filesystem::path& path, int maxSide) {
     return toPixelImage(std::move(image), what);
 }
 
+PixelImage loadPreview(std::string_view encoded, int maxSide) {
+    startVips();
+    const std::string what = "Cannot decode the image";
+    if (encoded.empty())
+        throw ImageIoError(what + ": no data");
+    VipsImage* out = nullptr;
+    auto image =
+        checked(vips_thumbnail_buffer(const_cast<char*>(encoded.data()), encoded.size(), &out,
+                                      maxSide, "height", maxSide, "size", VIPS_SIZE_DOWN, nullptr),
+                out, what);
+    return toPixelImage(std::move(image), what);
+}
+
 ImageSize readImageSize(const std::filesystem::path& path) {
     startVips();
     const std::string what = "Cannot read " + path.string();

@@ -28,6 +28,8 @@ PixelImage loadImage(const std::filesystem::path& path);
 
 // The same, scaled down so that the long side is at most `maxSide` (never up): for display.
 PixelImage loadPreview(const std::filesystem::path& path, int maxSide = 1024);
+// The same from an encoded image held in memory (an answer of an image model).
+PixelImage loadPreview(std::string_view encoded, int maxSide = 1024);
 
 // The upright size of the first page, read from the header without decoding the pixels.
 ImageSize readImageSize(const std::filesystem::path& path);

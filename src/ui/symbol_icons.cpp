@@ -2,7 +2,6 @@
 
 #include <QStandardPaths>
 #include <QStringList>
-
 #include <string_view>
 
 namespace lumivesper::ui {
@@ -36,6 +35,7 @@ constexpr SymbolIcon symbolIcons[] = {
     {"forward.end.fill", "media-skip-forward"},
     {"checkmark.circle.fill", "dialog-positive"},
     {"exclamationmark.triangle", "data-warning"},
+    {"exclamationmark.triangle.fill", "emblem-warning"},
     {"gear", "configure"},
     {"arrow.down.circle", "download"},
     {"wrench.and.screwdriver", "tools"},
@@ -46,9 +46,9 @@ constexpr SymbolIcon symbolIcons[] = {
 void installFallbackIconTheme() {
     // Some platform plugins (offscreen, minimal) search no system folder at all.
     QStringList searchPaths = QIcon::themeSearchPaths();
-    for (const QString& folder : QStandardPaths::locateAll(
-             QStandardPaths::GenericDataLocation, QStringLiteral("icons"),
-             QStandardPaths::LocateDirectory)) {
+    for (const QString& folder :
+         QStandardPaths::locateAll(QStandardPaths::GenericDataLocation, QStringLiteral("icons"),
+                                   QStandardPaths::LocateDirectory)) {
         if (!searchPaths.contains(folder))
             searchPaths << folder;
     }

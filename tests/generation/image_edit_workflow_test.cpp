@@ -1,4 +1,5 @@
 #include "../support/temporary_folder.h"
+#include "generation/edited_image_applier.h"
 #include "generation/image_edit_workflow.h"
 #include "generation/request_text.h"
 #include "loopback_server.h"
@@ -187,6 +188,29 @@ TEST_F(ImageEditTest, ApplyingTwiceKeepsBothFilesAndRefusesWhatDoesNotDecode) {
     WallpaperImage pathless = relit;
     pathless.sourcePath.reset();
     EXPECT_FALSE(applyEditedImage(appState, pathless, pictures[2]));
+}
+
+TEST_F(ImageEditTest, ApplierWritesOffTheMainThreadAndDropsRepliesOnceGone) {
+    auto applier = std::make_unique<EditedImageApplier>(appState, mainThread);
+    applier->apply(relit, pictures[2]);
+    ASSERT_TRUE(
+        mainThread.runUntil([&] { return appState.image(relit.id)->sourcePath != paths[1]; }));
+    const auto first = *appState.image(relit.id)->sourcePath;
+    EXPECT_EQ(toBytes(fileText(first)), pictures[2]);
+    EXPECT_FALSE(appState.isDirty());
+
+    // Gone before its reply is run: the file is whole on disk, the document untouched.
+    applier->apply(base, pictures[2]);
+    applier.reset();
+    mainThread.drain();
+    EXPECT_EQ(appState.image(base.id)->sourcePath, paths[0]);
+    std::size_t edited = 0;
+    for (const auto& entry : fs::directory_iterator(folder.path()))
+        if (entry.path().filename().string().starts_with("edited_")) {
+            ++edited;
+            EXPECT_EQ(toBytes(fileText(entry.path())), pictures[2]);
+        }
+    EXPECT_EQ(edited, 2u);
 }
 
 } // namespace

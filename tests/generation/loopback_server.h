@@ -8,6 +8,7 @@
 #include <functional>
 #include <gtest/gtest.h>
 #include <httplib.h>
+#include <map>
 #include <mutex>
 #include <optional>
 #include <string>
@@ -18,6 +19,8 @@ namespace lumivesper::generation::testing {
 
 struct SeenRequest {
     std::string method, path, query, contentType, authorization, title, body;
+    // A multipart body arrives here instead, by part name (its file's bytes for a file part).
+    std::map<std::string, std::string> parts;
 };
 
 inline void replyJson(httplib::Response& response, const std::string& json, int status = 200) {
@@ -43,10 +46,12 @@ public:
         auto handler = [this](const httplib::Request& request, httplib::Response& response) {
             const auto header = [&](const char* name) { return request.get_header_value(name); };
             SeenRequest seen{
-                request.method,          request.path,      {},          header("Content-Type"),
-                header("Authorization"), header("X-Title"), request.body};
+                request.method,          request.path,      {},           header("Content-Type"),
+                header("Authorization"), header("X-Title"), request.body, {}};
             for (const auto& [name, value] : request.params)
                 seen.query += (seen.query.empty() ? "" : "&") + name + "=" + value;
+            for (const auto& [name, part] : request.files)
+                seen.parts[name] = part.content;
             Responder responder;
             {
                 std::lock_guard lock(mutex_);

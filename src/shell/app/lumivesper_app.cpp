@@ -1,9 +1,11 @@
 #include "shell/app/lumivesper_app.h"
 
 #include "platform/main_thread.h"
+#include "platform/uuid.h"
 #include "settings/server_config.h"
 #include "platform/console.h"
 #include "ui/export/export_sheet.h"
+#include "ui/image_edit/image_edit_sheet.h"
 #include "ui/library/library_view.h"
 #include "ui/qt_text.h"
 #include "ui/settings/settings_dialog.h"
@@ -27,7 +29,8 @@ LumivesperApp::LumivesperApp(platform::Dialogs& dialogs, platform::MainThread& m
                 }),
       options_(std::move(options)),
       exportDriver_(std::make_unique<ExportDriver>(appState_, uiState_, dialogs, mainThread_,
-                                                   options_.makeUpscaler, options_.generateHeic)) {
+                                                   options_.makeUpscaler, options_.generateHeic)),
+      editedImages_(appState_, mainThread_) {
     appState_.setUndoManager(&undoManager_);
     // The library makes display previews on its worker pool; opening a project must not.
     projectIO_.setLoadsPreviews(false);
@@ -79,6 +82,11 @@ void LumivesperApp::fillMissingContent() {
     if (!content.makeLibrary) {
         content.makeLibrary = [this](QWidget* parent) {
             library_ = new ui::LibraryView(commandCenter_, mainThread_, parent);
+            QObject::connect(library_, &ui::LibraryView::editWithAIRequested, library_,
+                             [this](const QString& id) {
+                                 if (const auto uuid = platform::Uuid::parse(ui::toStdString(id)))
+                                     openImageEditSheet(*uuid);
+                             });
             return library_;
         };
     }
@@ -139,6 +147,21 @@ void LumivesperApp::presentUpdateDialog() {
     updateDialog_->show();
     updateDialog_->raise();
     updateDialog_->activateWindow();
+}
+
+void LumivesperApp::openImageEditSheet(const platform::Uuid& imageId) {
+    const document::WallpaperImage* image = appState_.image(imageId);
+    if (!image || !library_)
+        return;
+    // The sheet works on a copy taken now; applying finds the record again by its id.
+    auto* sheet = new ui::ImageEditSheet(
+        appState_, *image, mainThread_, defaults_, library_->previews(),
+        [this, edited = *image](const generation::Bytes& data) {
+            editedImages_.apply(edited, data);
+        },
+        window_.get());
+    sheet->setAttribute(Qt::WA_DeleteOnClose);
+    sheet->open();
 }
 
 void LumivesperApp::finishQuit() {

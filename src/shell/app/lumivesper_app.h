@@ -3,6 +3,7 @@
 #include "document/app_state.h"
 #include "document/project_io.h"
 #include "document/undo_manager.h"
+#include "generation/edited_image_applier.h"
 #include "settings/app_settings.h"
 #include "settings/defaults.h"
 #include "settings/update_channel.h"
@@ -21,6 +22,7 @@
 namespace lumivesper::platform {
 class Dialogs;
 class MainThread;
+class Uuid;
 } // namespace lumivesper::platform
 namespace lumivesper::ui {
 class LibraryView;
@@ -63,6 +65,10 @@ public:
     // Quit as the menu, Ctrl-C and the session do: through the unsaved-changes flow.
     void requestQuit();
 
+    // "Edit with AI..." on an image of the library: the edit sheet over the window. Nothing for
+    // an id that is not in the document.
+    void openImageEditSheet(const platform::Uuid& imageId);
+
     ui::MainWindow& window() { return *window_; }
     document::AppState& appState() { return appState_; }
     document::UndoManager& undoManager() { return undoManager_; }
@@ -89,7 +95,8 @@ private:
     AppCommandCenter commandCenter_;
     AppLifecycleDelegate delegate_;
     Options options_;
-    std::unique_ptr<ExportDriver> exportDriver_; // outlives the window and its sheets
+    std::unique_ptr<ExportDriver> exportDriver_;  // outlives the window and its sheets
+    generation::EditedImageApplier editedImages_; // likewise
     std::unique_ptr<ui::MainWindow> window_;
     ui::LibraryView* library_ = nullptr; // owned by the window
     QPointer<ui::UpdateDialog> updateDialog_;

@@ -11,13 +11,6 @@ namespace lumivesper::ui {
 
 namespace {
 
-// Straight RGBA as the core decodes it, premultiplied as painting wants it.
-QImage toPaintable(const platform::PixelImage& pixels) {
-    const QImage wrapped(pixels.rgba.data(), pixels.width, pixels.height,
-                         static_cast<qsizetype>(pixels.rowBytes()), QImage::Format_RGBA8888);
-    return wrapped.convertToFormat(QImage::Format_ARGB32_Premultiplied);
-}
-
 QImage limited(const QImage& image, int side) {
     if (image.width() <= side && image.height() <= side)
         return image;
@@ -26,6 +19,12 @@ QImage limited(const QImage& image, int side) {
 
 } // namespace
 
+QImage PreviewCache::paintable(const platform::PixelImage& pixels) {
+    const QImage wrapped(pixels.rgba.data(), pixels.width, pixels.height,
+                         static_cast<qsizetype>(pixels.rowBytes()), QImage::Format_RGBA8888);
+    return wrapped.convertToFormat(QImage::Format_ARGB32_Premultiplied);
+}
+
 QPixmap PreviewCache::scaled(const QImage& image, QSize size) {
     const QString key = QStringLiteral("lumivesper-preview-%1-%2x%3")
                             .arg(image.cacheKey())
@@ -33,8 +32,8 @@ QPixmap PreviewCache::scaled(const QImage& image, QSize size) {
                             .arg(size.height());
     QPixmap pixmap;
     if (!QPixmapCache::find(key, &pixmap)) {
-        pixmap = QPixmap::fromImage(
-            image.scaled(size, Qt::IgnoreAspectRatio, Qt::SmoothTransformation));
+        pixmap =
+            QPixmap::fromImage(image.scaled(size, Qt::IgnoreAspectRatio, Qt::SmoothTransformation));
         QPixmapCache::insert(key, pixmap);
     }
     return pixmap;
@@ -69,11 +68,11 @@ PreviewCache::Entry& PreviewCache::entryFor(const document::WallpaperImage& imag
         std::shared_ptr<const platform::PixelImage> decoded;
         try {
             if (thumbnail) {
-                full = toPaintable(*thumbnail);
+                full = paintable(*thumbnail);
             } else if (path) {
                 decoded = std::make_shared<const platform::PixelImage>(
                     platform::loadPreview(*path, fullSide));
-                full = toPaintable(*decoded);
+                full = paintable(*decoded);
             }
         } catch (const platform::ImageIoError&) {
             // stays a placeholder: the file went or was never an image

@@ -8,7 +8,6 @@
 #include <QPixmap>
 #include <QString>
 #include <QThreadPool>
-
 #include <functional>
 #include <memory>
 #include <vector>
@@ -35,12 +34,16 @@ public:
     // `image` at `size`, scaled once and then kept in Qt's pixmap cache: repainting a grid or a
     // playing timeline costs a copy, not a smooth scale per cell.
     static QPixmap scaled(const QImage& image, QSize size);
+    // Straight RGBA as the core decodes it, premultiplied as painting wants it.
+    static QImage paintable(const platform::PixelImage& pixels);
 
     // Told on the main thread of each preview made from an image's file (the record had none),
     // so the document can keep it for whatever else shows the image.
-    using FilePreviewHandler =
-        std::function<void(const std::string& imageId, std::shared_ptr<const platform::PixelImage>)>;
-    void setFilePreviewHandler(FilePreviewHandler handler) { filePreviewHandler_ = std::move(handler); }
+    using FilePreviewHandler = std::function<void(const std::string& imageId,
+                                                  std::shared_ptr<const platform::PixelImage>)>;
+    void setFilePreviewHandler(FilePreviewHandler handler) {
+        filePreviewHandler_ = std::move(handler);
+    }
 
     // Blocks until every requested preview is made and delivered; for tests and benchmarks.
     void waitForPending();

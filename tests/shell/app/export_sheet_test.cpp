@@ -61,18 +61,6 @@ private:
         return fixture.window().findChild<ui::ExportSheet*>();
     }
 
-    // Runs posted work and Qt's events until `done` holds; false at the deadline.
-    static bool waitFor(AppFixture& fixture, const std::function<bool()>& done) {
-        const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(20);
-        while (std::chrono::steady_clock::now() < deadline) {
-            fixture.dialogs.mainThread.runUntil(done, std::chrono::milliseconds(20));
-            QCoreApplication::processEvents();
-            if (done())
-                return true;
-        }
-        return false;
-    }
-
 private slots:
     // The two choices read the options when the sheet appears and write them when chosen;
     // a bad custom size blocks the export with the validation text.
@@ -165,7 +153,7 @@ private slots:
         fixture.dialogs.saveAnswers.push_back(destination);
         QTest::mouseClick(button(*sheet, QStringLiteral("Export")), Qt::LeftButton);
         const auto& driver = fixture.app->exportDriver();
-        QVERIFY(waitFor(fixture, [&] { return !driver.state().isExportingHeic; }));
+        QVERIFY(fixture.waitFor([&] { return !driver.state().isExportingHeic; }));
         QCOMPARE(status->text(), QStringLiteral("Export complete!"));
         QVERIFY(status->isVisible());
         QCOMPARE(grid->groups().size(), std::size_t(13)); // 12 keys and one run of tweens
@@ -177,7 +165,7 @@ private slots:
         blockNext = true;
         fixture.dialogs.saveAnswers.push_back(destination);
         QTest::mouseClick(button(*sheet, QStringLiteral("Export")), Qt::LeftButton);
-        QVERIFY(waitFor(fixture, [&] { return blocked.load(); }));
+        QVERIFY(fixture.waitFor([&] { return blocked.load(); }));
         auto* progressView = sheet->findChild<QWidget*>(QStringLiteral("exportProgressView"));
         QVERIFY(progressView->isVisible());
         QVERIFY(!button(*sheet, QStringLiteral("Exporting..."))->isEnabled());
