@@ -18,6 +18,9 @@
 #include <functional>
 #include <memory>
 
+namespace lumivesper::generation {
+class ImageGenerationService;
+}
 namespace lumivesper::platform {
 class Dialogs;
 class MainThread;
@@ -74,7 +77,9 @@ private:
     void fillMissingContent();
     void finishQuit();
     void presentSheet(ActiveSheet sheet);
+    QDialog* makeGenerateSheet();
 
+    platform::Dialogs& dialogs_;
     platform::MainThread& mainThread_;
     settings::Defaults defaults_;
     settings::UpdateChannelManager channels_;
@@ -88,6 +93,7 @@ private:
     AppLifecycleDelegate delegate_;
     Options options_;
     std::unique_ptr<ExportDriver> exportDriver_; // outlives the window and its sheets
+    std::unique_ptr<generation::ImageGenerationService> imageService_; // the same
     std::unique_ptr<ui::MainWindow> window_;
     ui::LibraryView* library_ = nullptr; // owned by the window
     bool quitPending_ = false;
