@@ -6,8 +6,8 @@ namespace lumivesper::generation {
 
 PhaseIndicator phaseIndicator(const MagicGenerateState& state, std::string_view phaseId) {
     const auto found = state.phaseStatus.find(std::string(phaseId));
-    const PhaseStatus status = found == state.phaseStatus.end() ? PhaseStatus::pending
-                                                                : found->second;
+    const PhaseStatus status =
+        found == state.phaseStatus.end() ? PhaseStatus::pending : found->second;
     switch (status) {
     case PhaseStatus::completed:
         return PhaseIndicator::done;
@@ -40,11 +40,10 @@ std::string_view statusText(PhaseIndicator indicator) {
 }
 
 int completedPhaseCount(const MagicGenerateState& state) {
-    return static_cast<int>(std::count_if(timeOfDayPhases.begin(), timeOfDayPhases.end(),
-                                          [&](const TimeOfDayPhase& phase) {
-                                              return phaseIndicator(state, phase.id) ==
-                                                     PhaseIndicator::done;
-                                          }));
+    return static_cast<int>(std::count_if(
+        timeOfDayPhases.begin(), timeOfDayPhases.end(), [&](const TimeOfDayPhase& phase) {
+            return phaseIndicator(state, phase.id) == PhaseIndicator::done;
+        }));
 }
 
 std::optional<std::string> failureHeading(const MagicGenerateState& state) {
@@ -60,10 +59,9 @@ int totalFrameCount(int tweenCount) {
 
 std::string smoothnessSummary(int tweenCount) {
     const int count = std::max(0, tweenCount);
-    const std::string perTransition =
-        count == 0 ? "No in-between frames"
-                   : std::to_string(count) + " in-between frame" + (count == 1 ? "" : "s") +
-                         " per transition";
+    const std::string perTransition = count == 0 ? "No in-between frames"
+                                                 : std::to_string(count) + " in-between frame" +
+                                                       (count == 1 ? "" : "s") + " per transition";
     return perTransition + " · " + std::to_string(totalFrameCount(count)) + " frames in all";
 }
 

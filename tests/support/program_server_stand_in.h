@@ -34,8 +34,9 @@ public:
 
     explicit ProgramServerStandIn(std::vector<generation::Bytes> pictures)
         : pictures_(std::move(pictures)) {
-        server_.respond([this](const generation::testing::SeenRequest& seen,
-                               httplib::Response& r) { answer(seen, r); });
+        server_.respond([this](const generation::testing::SeenRequest& seen, httplib::Response& r) {
+            answer(seen, r);
+        });
     }
     ~ProgramServerStandIn() { server_.stop(); }
 

@@ -21,7 +21,6 @@
 #include <QPlainTextEdit>
 #include <QPushButton>
 #include <QtTest>
-
 #include <fstream>
 
 namespace lumivesper::ui {
@@ -56,12 +55,10 @@ std::vector<generation::Bytes> phasePictures(const fs::path& folder) {
 class ProxyOnlyService final : public generation::ImageGenerationService {
 public:
     bool isConfigured() const override { return false; }
-    generation::GeneratedImage generateImage(const std::string&, const std::string&,
-                                             const std::string&,
-                                             const std::optional<generation::Bytes>&,
-                                             const std::optional<std::string>&,
-                                             const std::optional<std::string>&,
-                                             std::stop_token) const override {
+    generation::GeneratedImage
+    generateImage(const std::string&, const std::string&, const std::string&,
+                  const std::optional<generation::Bytes>&, const std::optional<std::string>&,
+                  const std::optional<std::string>&, std::stop_token) const override {
         throw std::logic_error("the proxy route called the direct service");
     }
 };
@@ -71,8 +68,7 @@ public:
 struct SheetFixture {
     SheetFixture() {
         state.setUndoManager(&undo);
-        sheet = std::make_unique<MagicGenerateSheet>(state, service, mainThread, defaults,
-                                                     dialogs);
+        sheet = std::make_unique<MagicGenerateSheet>(state, service, mainThread, defaults, dialogs);
         sheet->workflow().temporaryRoot = folder.path() / "tmp";
         sheet->show();
     }
@@ -98,7 +94,9 @@ struct SheetFixture {
     QString statusOf(const char* phaseId) const {
         return child<QLabel>(QStringLiteral("status_") + QLatin1String(phaseId))->text();
     }
-    void clickGenerate() const { QTest::mouseClick(child<QPushButton>("generate"), Qt::LeftButton); }
+    void clickGenerate() const {
+        QTest::mouseClick(child<QPushButton>("generate"), Qt::LeftButton);
+    }
 
     lumivesper::testing::TemporaryFolder folder;
     settings::Defaults defaults{folder.path() / "defaults.json"};
@@ -171,7 +169,8 @@ void MagicGenerateSheetTest::setUpFeedsTheWorkflow() {
     QDropEvent badDrop(QPointF(10, 10), Qt::CopyAction, &mime, Qt::LeftButton, {});
     QApplication::sendEvent(well, &badDrop);
     f.sheet->pictureDecoder().waitForPending();
-    QTRY_COMPARE(f.child<QLabel>("notice")->text(), QStringLiteral("Failed to load starting image."));
+    QTRY_COMPARE(f.child<QLabel>("notice")->text(),
+                 QStringLiteral("Failed to load starting image."));
     QVERIFY(!f.sheet->workflow().state().startingImageData);
 
     // Smoothness sets the tween count and says what it makes.

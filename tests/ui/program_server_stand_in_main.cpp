@@ -48,7 +48,8 @@ int main(int argc, char** argv) {
             failingPhase = argv[i + 1];
     }
     if (folder.empty()) {
-        std::cerr << "usage: program_server_stand_in --pictures DIR [--delay-ms N] [--fail PHASE]\n";
+        std::cerr
+            << "usage: program_server_stand_in --pictures DIR [--delay-ms N] [--fail PHASE]\n";
         return 2;
     }
     const auto pictures = readPictures(folder);

@@ -17,9 +17,9 @@ namespace lumivesper::shell {
 
 LumivesperApp::LumivesperApp(platform::Dialogs& dialogs, platform::MainThread& mainThread,
                              Options options)
-    : dialogs_(dialogs), mainThread_(mainThread), defaults_(options.defaultsFile), channels_(defaults_),
-      appSettings_(defaults_, channels_), appState_(defaults_), uiState_(defaults_),
-      projectIO_(dialogs), saveFlow_(projectIO_, uiState_, dialogs),
+    : dialogs_(dialogs), mainThread_(mainThread), defaults_(options.defaultsFile),
+      channels_(defaults_), appSettings_(defaults_, channels_), appState_(defaults_),
+      uiState_(defaults_), projectIO_(dialogs), saveFlow_(projectIO_, uiState_, dialogs),
       commandCenter_(appState_, uiState_, projectIO_, saveFlow_, dialogs),
       delegate_(channels_, settings::feedBaseURL,
                 [this](bool shouldTerminate) {
@@ -52,9 +52,8 @@ QStringList LumivesperApp::launch(const QStringList& files) {
     window_ = std::make_unique<ui::MainWindow>(commandCenter_, delegate_, undoManager_,
                                                std::move(content), [this] { requestQuit(); });
     window_->show();
-    delegate_.bindCommandCenter(commandCenter_, [this](std::function<void()> work) {
-        mainThread_.post(std::move(work));
-    });
+    delegate_.bindCommandCenter(
+        commandCenter_, [this](std::function<void()> work) { mainThread_.post(std::move(work)); });
     return refused;
 }
 
@@ -134,14 +133,13 @@ QDialog* LumivesperApp::makeGenerateSheet() {
                                              dialogs_, window_.get());
     // Closing the window or quitting waits until the sheet's run has stopped.
     const QPointer<ui::MagicGenerateSheet> guarded(sheet);
-    delegate_.setRunningWork(
-        {[guarded] { return guarded && guarded->isRunning(); },
-         [guarded](std::function<void()> stopped) {
-             if (guarded)
-                 guarded->stopRun(std::move(stopped));
-             else if (stopped)
-                 stopped();
-         }});
+    delegate_.setRunningWork({[guarded] { return guarded && guarded->isRunning(); },
+                              [guarded](std::function<void()> stopped) {
+                                  if (guarded)
+                                      guarded->stopRun(std::move(stopped));
+                                  else if (stopped)
+                                      stopped();
+                              }});
     QObject::connect(sheet, &QObject::destroyed, window_.get(),
                      [this] { delegate_.clearRunningWork(); });
     return sheet;

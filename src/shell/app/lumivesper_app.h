@@ -14,7 +14,6 @@
 #include "ui/main_window.h"
 
 #include <QStringList>
-
 #include <functional>
 #include <memory>
 

@@ -1,7 +1,6 @@
 #include "ui/generation/flow_layout.h"
 
 #include <QWidget>
-
 #include <algorithm>
 
 namespace lumivesper::ui {
@@ -40,15 +39,10 @@ QSize FlowLayout::minimumSize() const {
 }
 
 QSize FlowLayout::sizeHint() const {
-    // One line as wide as all the items; the real height comes from heightForWidth.
-    int width = 0;
-    int height = 0;
-    for (const QLayoutItem* item : items_) {
-        width += item->sizeHint().width() + (width > 0 ? spacing_ : 0);
-        height = std::max(height, item->sizeHint().height());
-    }
-    const QMargins margins = contentsMargins();
-    return {width + margins.left() + margins.right(), height + margins.top() + margins.bottom()};
+    // As narrow as the widest item: the width is the surrounding layout's to give, and the
+    // height follows it through heightForWidth.
+    const QSize least = minimumSize();
+    return {least.width(), heightForWidth(least.width())};
 }
 
 void FlowLayout::setGeometry(const QRect& rect) {

@@ -86,8 +86,10 @@ void ImageWell::paintEvent(QPaintEvent*) {
     if (!picture_.isNull()) {
         // Fill the frame, cropping what does not fit, as a photo in a frame.
         painter.setClipPath(rounded);
-        const QSizeF scaled = QSizeF(picture_.size()).scaled(frame.size(), Qt::KeepAspectRatioByExpanding);
-        const QRectF target(frame.center() - QPointF(scaled.width() / 2, scaled.height() / 2), scaled);
+        const QSizeF scaled =
+            QSizeF(picture_.size()).scaled(frame.size(), Qt::KeepAspectRatioByExpanding);
+        const QRectF target(frame.center() - QPointF(scaled.width() / 2, scaled.height() / 2),
+                            scaled);
         painter.drawImage(target, picture_);
         // The file's name on a dark band at the foot.
         const QRectF band(frame.left(), frame.bottom() - 28, frame.width(), 28);
@@ -97,8 +99,8 @@ void ImageWell::paintEvent(QPaintEvent*) {
                          painter.fontMetrics().elidedText(name_, Qt::ElideMiddle,
                                                           static_cast<int>(band.width()) - 20));
         painter.setClipping(false);
-        painter.setPen(QPen(dropTargeted_ ? accent : palette().color(QPalette::Mid),
-                            dropTargeted_ ? 3 : 1));
+        painter.setPen(
+            QPen(dropTargeted_ ? accent : palette().color(QPalette::Mid), dropTargeted_ ? 3 : 1));
         painter.setBrush(Qt::NoBrush);
         painter.drawPath(rounded);
         return;

@@ -160,7 +160,6 @@ MagicGenerateSheet::MagicGenerateSheet(document::AppState& appState,
     connect(changeSettings_, &QPushButton::clicked, this, [this] {
         showingProgress_ = false;
         refresh();
-        adjustSize();
     });
     connect(generate_, &QPushButton::clicked, this, &MagicGenerateSheet::startGeneration);
 
@@ -261,8 +260,8 @@ QWidget* MagicGenerateSheet::makeSetupView() {
         chip->setCursor(Qt::PointingHandCursor);
         chip->setFocusPolicy(Qt::TabFocus);
         chip->setStyleSheet(QStringLiteral(
-            "QPushButton { border: 1px solid palette(mid); border-radius: 12px;"
-            " padding: 3px 10px; background: palette(base); }"
+            "QPushButton { border: 1px solid palette(mid); border-radius: 11px;"
+            " padding: 2px 12px; min-height: 18px; background: palette(base); }"
             "QPushButton:hover { border-color: palette(highlight); color: palette(highlight); }"
             "QPushButton:pressed { background: palette(highlight);"
             " color: palette(highlighted-text); }"));
@@ -270,7 +269,8 @@ QWidget* MagicGenerateSheet::makeSetupView() {
         connect(chip, &QPushButton::clicked, this,
                 [this, mood = std::string(mood)] { workflow_->appendMood(mood); });
     }
-    promptColumn->addWidget(chips, 1);
+    promptColumn->addWidget(chips);
+    promptColumn->addStretch(1);
     body->addLayout(promptColumn, 1);
     column->addLayout(body);
 
@@ -300,10 +300,8 @@ QWidget* MagicGenerateSheet::makeSetupView() {
     advancedToggle_->setArrowType(Qt::RightArrow);
     advancedToggle_->setAutoRaise(true);
     column->addWidget(advancedToggle_);
-    connect(advancedToggle_, &QToolButton::toggled, this, [this](bool show) {
-        workflow_->setShowAdvanced(show);
-        adjustSize();
-    });
+    connect(advancedToggle_, &QToolButton::toggled, this,
+            [this](bool show) { workflow_->setShowAdvanced(show); });
     advanced_ = makeAdvanced(box);
     column->addWidget(advanced_);
     return box;
@@ -402,7 +400,11 @@ void MagicGenerateSheet::startGeneration() {
         return;
     showingProgress_ = true;
     workflow_->startGeneration();
-    adjustSize();
+}
+
+void MagicGenerateSheet::fitToContent() {
+    // After the layout has taken in the parts just shown or hidden.
+    QTimer::singleShot(0, this, [this] { adjustSize(); });
 }
 
 void MagicGenerateSheet::chooseStartingImage() {
@@ -456,6 +458,11 @@ void MagicGenerateSheet::refresh() {
     const generation::MagicGenerateState& state = workflow_->state();
     const bool running = workflow_->isRunning();
     const bool progress = showingProgress_ || running;
+    const auto heading = generation::failureHeading(state);
+    const bool reshaped = progressView_->isVisibleTo(this) != progress ||
+                          failureBanner_->isVisibleTo(this) != heading.has_value() ||
+                          advanced_->isVisibleTo(this) != state.showAdvanced ||
+                          wellColumn_->isVisibleTo(this) != (state.mode == GenerationMode::relight);
 
     setupView_->setVisible(!progress);
     progressView_->setVisible(progress);
@@ -496,7 +503,6 @@ void MagicGenerateSheet::refresh() {
     progressPercent_->setText(
         QStringLiteral("%1%").arg(static_cast<int>(std::clamp(state.progress, 0.0, 1.0) * 100)));
     progressBar_->setValue(static_cast<int>(std::clamp(state.progress, 0.0, 1.0) * 1000));
-    const auto heading = generation::failureHeading(state);
     failureBanner_->setVisible(heading.has_value());
     failureHeading_->setText(heading ? toQString(*heading) : QString());
     failureText_->setText(heading && state.errorMessage ? toQString(*state.errorMessage)
@@ -521,11 +527,12 @@ void MagicGenerateSheet::refresh() {
         notice = toQString(*configuration);
     else if (!progress && state.errorMessage)
         notice = toQString(*state.errorMessage); // "Failed to load starting image."
-    notice_->setText(notice);
-    notice_->setVisible(!notice.isEmpty());
+    notice_->setText(notice); // stays in the layout, empty, to keep the buttons at the right
 
     refreshPictures();
     refreshButtons();
+    if (reshaped)
+        fitToContent();
     finishStops();
 }
 
@@ -604,8 +611,8 @@ void MagicGenerateSheet::pictureDecoded(const QString& key, const QImage& image)
 void MagicGenerateSheet::refreshButtons() {
     const generation::MagicGenerateState& state = workflow_->state();
     const bool running = workflow_->isRunning();
-    const bool ended = state.outcome == GenerationOutcome::cancelled ||
-                       state.outcome == GenerationOutcome::failed;
+    const bool ended =
+        state.outcome == GenerationOutcome::cancelled || state.outcome == GenerationOutcome::failed;
 
     if (running) {
         dismiss_->setText(QStringLiteral("Cancel"));

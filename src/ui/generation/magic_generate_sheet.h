@@ -6,7 +6,6 @@
 #include <QDialog>
 #include <QHash>
 #include <QString>
-
 #include <functional>
 #include <memory>
 #include <vector>
@@ -70,6 +69,7 @@ private:
     void refreshButtons();
     void pictureDecoded(const QString& key, const QImage& image);
     void finishStops();
+    void fitToContent();
 
     std::unique_ptr<generation::MagicGenerateWorkflow> workflow_;
     platform::Dialogs& dialogs_;

@@ -35,10 +35,11 @@ QPixmap thumbnail(const QImage& picture, const QColor& sky, qreal ratio) {
         faded.setAlpha(70);
         painter.fillRect(frame, faded);
     } else {
-        const QSizeF scaled = QSizeF(picture.size()).scaled(frame.size(), Qt::KeepAspectRatioByExpanding);
-        painter.drawImage(QRectF(frame.center() - QPointF(scaled.width() / 2, scaled.height() / 2),
-                                 scaled),
-                          picture);
+        const QSizeF scaled =
+            QSizeF(picture.size()).scaled(frame.size(), Qt::KeepAspectRatioByExpanding);
+        painter.drawImage(
+            QRectF(frame.center() - QPointF(scaled.width() / 2, scaled.height() / 2), scaled),
+            picture);
     }
     return pixmap;
 }
@@ -79,9 +80,8 @@ PhaseList::PhaseList(QWidget* parent) : QWidget(parent) {
         auto* name = new QLabel(toQString(std::string(phase.label)), row.row);
         name->setMinimumWidth(92);
         auto* sun = new QLabel(QStringLiteral("%1°").arg(phase.altitude), row.row);
-        sun->setToolTip(QStringLiteral("Sun altitude %1°, azimuth %2°")
-                            .arg(phase.altitude)
-                            .arg(phase.azimuth));
+        sun->setToolTip(
+            QStringLiteral("Sun altitude %1°, azimuth %2°").arg(phase.altitude).arg(phase.azimuth));
         sun->setStyleSheet(QStringLiteral("color: palette(placeholder-text);"));
         sun->setMinimumWidth(38);
         sun->setAlignment(Qt::AlignRight | Qt::AlignVCenter);

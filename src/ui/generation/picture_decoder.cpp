@@ -27,7 +27,8 @@ void PictureDecoder::decode(const QString& key, generation::Bytes bytes, int max
         // The pool is drained before the decoder goes, so `self` is alive here; the queued call
         // runs on the decoder's thread and is dropped with the decoder.
         QMetaObject::invokeMethod(
-            self.data(), [self, key, serial, image] {
+            self.data(),
+            [self, key, serial, image] {
                 if (self)
                     self->deliver(key, serial, image);
             },

@@ -6,7 +6,6 @@
 #include <QPainter>
 #include <QPainterPath>
 #include <QToolTip>
-
 #include <algorithm>
 #include <cmath>
 
@@ -143,7 +142,8 @@ void SunArcView::paintEvent(QPaintEvent*) {
     small.setPointSizeF(small.pointSizeF() * 0.8);
     painter.setFont(small);
     painter.setPen(palette().color(QPalette::PlaceholderText));
-    painter.drawText(QRectF(width() - 90, horizonY - 16, 82, 14), Qt::AlignRight | Qt::AlignBottom,
+    // At the left end, where the night's dots lie below the line and nothing stands above it.
+    painter.drawText(QRectF(8, horizonY - 16, 120, 14), Qt::AlignLeft | Qt::AlignBottom,
                      QStringLiteral("horizon"));
 
     // The sun's path, coloured by the sky along the day.
@@ -239,8 +239,7 @@ void SunArcView::paintDot(QPainter& painter, std::size_t phase) const {
         mark.setBold(true);
         painter.setFont(mark);
         painter.setPen(Qt::white);
-        painter.drawText(disc, Qt::AlignCenter,
-                         failed ? QStringLiteral("!") : QStringLiteral("–"));
+        painter.drawText(disc, Qt::AlignCenter, failed ? QStringLiteral("!") : QStringLiteral("–"));
         break;
     }
     }
@@ -255,13 +254,13 @@ bool SunArcView::event(QEvent* event) {
         if (QLineF(help->pos(), dotCentre(i)).length() > dotRadius + 4)
             continue;
         const auto& phase = timeOfDayPhases[i];
-        QToolTip::showText(help->globalPos(),
-                           QStringLiteral("%1 — %2\nSun %3°, azimuth %4°")
-                               .arg(phaseLabel(i),
-                                    toQString(std::string(generation::statusText(indicators_[i]))))
-                               .arg(phase.altitude)
-                               .arg(phase.azimuth),
-                           this);
+        QToolTip::showText(
+            help->globalPos(),
+            QStringLiteral("%1 — %2\nSun %3°, azimuth %4°")
+                .arg(phaseLabel(i), toQString(std::string(generation::statusText(indicators_[i]))))
+                .arg(phase.altitude)
+                .arg(phase.azimuth),
+            this);
         return true;
     }
     QToolTip::hideText();

@@ -5,7 +5,6 @@
 #include <QImage>
 #include <QVariantAnimation>
 #include <QWidget>
-
 #include <array>
 
 namespace lumivesper::ui {

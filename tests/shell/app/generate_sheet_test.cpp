@@ -2,12 +2,10 @@
 // the application quits in the middle of a run.
 #include "../../support/program_server_stand_in.h"
 #include "app_fixture.h"
-
 #include "platform/image_io.h"
 #include "ui/generation/magic_generate_sheet.h"
 
 #include <QtTest>
-
 #include <fstream>
 
 namespace lumivesper::shell {
