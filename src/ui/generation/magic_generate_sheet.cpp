@@ -9,6 +9,7 @@
 #include "ui/generation/picture_decoder.h"
 #include "ui/generation/sun_arc_view.h"
 #include "ui/qt_text.h"
+#include "ui/sheet_labels.h"
 #include "ui/symbol_icons.h"
 
 #include <QButtonGroup>
@@ -48,24 +49,6 @@ constexpr SmoothnessPreset allPresets[] = {SmoothnessPreset::subtle, SmoothnessP
 
 QString text(std::string_view view) {
     return toQString(std::string(view));
-}
-
-QLabel* caption(const QString& content, QWidget* parent) {
-    auto* label = new QLabel(content, parent);
-    QFont font = label->font();
-    font.setPointSizeF(font.pointSizeF() * 0.9);
-    label->setFont(font);
-    label->setWordWrap(true);
-    label->setForegroundRole(QPalette::PlaceholderText);
-    return label;
-}
-
-QLabel* sectionTitle(const QString& content, QWidget* parent) {
-    auto* label = new QLabel(content, parent);
-    QFont font = label->font();
-    font.setBold(true);
-    label->setFont(font);
-    return label;
 }
 
 // Checkable buttons side by side that behave as one choice.
@@ -217,7 +200,7 @@ QWidget* MagicGenerateSheet::makeSetupView() {
     wellColumn_ = new QWidget(box);
     auto* wellLayout = new QVBoxLayout(wellColumn_);
     wellLayout->setContentsMargins(0, 0, 0, 0);
-    wellLayout->addWidget(sectionTitle(QStringLiteral("Starting image"), wellColumn_));
+    wellLayout->addWidget(headline(QStringLiteral("Starting image"), wellColumn_));
     imageWell_ = new ImageWell(wellColumn_);
     imageWell_->setFixedSize(320, 180);
     wellLayout->addWidget(imageWell_);
@@ -235,7 +218,7 @@ QWidget* MagicGenerateSheet::makeSetupView() {
             [this] { workflow_->clearStartingImage(); });
 
     auto* promptColumn = new QVBoxLayout;
-    promptTitle_ = sectionTitle(QString(), box);
+    promptTitle_ = headline(QString(), box);
     promptColumn->addWidget(promptTitle_);
     prompt_ = new QPlainTextEdit(box);
     prompt_->setObjectName(QStringLiteral("prompt"));
@@ -275,7 +258,7 @@ QWidget* MagicGenerateSheet::makeSetupView() {
     column->addLayout(body);
 
     auto* smoothLine = new QHBoxLayout;
-    smoothLine->addWidget(sectionTitle(QStringLiteral("Smoothness"), box));
+    smoothLine->addWidget(headline(QStringLiteral("Smoothness"), box));
     smoothLine->addSpacing(12);
     auto* presets = new QHBoxLayout;
     smoothness_ = segmented({text(generation::label(SmoothnessPreset::subtle)),
@@ -352,7 +335,7 @@ QWidget* MagicGenerateSheet::makeProgressView() {
     bannerIcon->setPixmap(symbolIcon("exclamationmark.triangle").pixmap(24, 24));
     bannerLine->addWidget(bannerIcon, 0, Qt::AlignTop);
     auto* bannerTexts = new QVBoxLayout;
-    failureHeading_ = sectionTitle(QString(), failureBanner_);
+    failureHeading_ = headline(QString(), failureBanner_);
     failureHeading_->setObjectName(QStringLiteral("failureHeading"));
     failureText_ = new QLabel(failureBanner_);
     failureText_->setObjectName(QStringLiteral("failureText"));

@@ -5,6 +5,9 @@
 #include "document/project_io.h"
 #include "shell/app/lumivesper_app.h"
 
+#include <QCoreApplication>
+#include <chrono>
+#include <functional>
 #include <memory>
 
 namespace lumivesper::shell {
@@ -40,6 +43,18 @@ public:
         document::ProjectIO io(dialogs);
         io.save(folder.path() / name, other);
         return folder.path() / name;
+    }
+
+    // Runs posted work and Qt's events until `done` holds; false at the deadline.
+    bool waitFor(const std::function<bool()>& done) {
+        const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(20);
+        while (std::chrono::steady_clock::now() < deadline) {
+            dialogs.mainThread.runUntil(done, std::chrono::milliseconds(20));
+            QCoreApplication::processEvents();
+            if (done())
+                return true;
+        }
+        return false;
     }
 
     document::AppState& state() { return app->appState(); }

@@ -1,9 +1,8 @@
 #include "app_fixture.h"
-
 #include "platform/cancellation.h"
-#include "ui/menus.h"
 #include "ui/export/export_sheet.h"
 #include "ui/export/frame_progress_grid.h"
+#include "ui/menus.h"
 
 #include <QCheckBox>
 #include <QComboBox>
@@ -12,7 +11,6 @@
 #include <QPushButton>
 #include <QToolButton>
 #include <QtTest>
-
 #include <condition_variable>
 
 namespace lumivesper::shell {
@@ -61,16 +59,8 @@ private:
         return fixture.window().findChild<ui::ExportSheet*>();
     }
 
-    // Runs posted work and Qt's events until `done` holds; false at the deadline.
     static bool waitFor(AppFixture& fixture, const std::function<bool()>& done) {
-        const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(20);
-        while (std::chrono::steady_clock::now() < deadline) {
-            fixture.dialogs.mainThread.runUntil(done, std::chrono::milliseconds(20));
-            QCoreApplication::processEvents();
-            if (done())
-                return true;
-        }
-        return false;
+        return fixture.waitFor(done);
     }
 
 private slots:

@@ -21,18 +21,6 @@ std::vector<generation::Bytes> pictures(const std::filesystem::path& folder) {
     return {11, generation::Bytes(std::istreambuf_iterator<char>(stream), {})};
 }
 
-// Runs posted work and Qt's events until `done` holds; false at the deadline.
-bool waitFor(AppFixture& fixture, const std::function<bool()>& done) {
-    const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(20);
-    while (std::chrono::steady_clock::now() < deadline) {
-        fixture.dialogs.mainThread.runUntil(done, std::chrono::milliseconds(20));
-        QCoreApplication::processEvents();
-        if (done())
-            return true;
-    }
-    return false;
-}
-
 } // namespace
 
 class GenerateSheetTest : public QObject {
@@ -62,13 +50,13 @@ private slots:
         sheet->workflow().temporaryRoot = fixture.folder.path() / "tmp";
         sheet->workflow().setPrompt("a lighthouse");
         sheet->workflow().startGeneration();
-        QVERIFY(waitFor(fixture, [&] { return held.load(); }));
+        QVERIFY(fixture.waitFor([&] { return held.load(); }));
 
         fixture.dialogs.alertAnswers = {2}; // "Don't Save"
         fixture.app->requestQuit();
         QCOMPARE(fixture.exits, 0);
         QVERIFY(fixture.dialogs.alerts.empty()); // not before the run has stopped
-        QVERIFY(waitFor(fixture, [&] { return fixture.exits == 1; }));
+        QVERIFY(fixture.waitFor([&] { return fixture.exits == 1; }));
         QVERIFY(!sheet->isRunning());
         QCOMPARE(fixture.dialogs.alerts.size(), std::size_t{1});
         QCOMPARE(QString::fromStdString(fixture.dialogs.alerts[0].informativeText),

@@ -1,5 +1,4 @@
 #include "app_fixture.h"
-
 #include "ui/menus.h"
 #include "ui/symbol_icons.h"
 #include "ui/toolbar.h"
