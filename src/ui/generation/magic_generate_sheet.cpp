@@ -14,6 +14,7 @@
 
 #include <QButtonGroup>
 #include <QComboBox>
+#include <QFileInfo>
 #include <QFormLayout>
 #include <QHBoxLayout>
 #include <QLabel>
@@ -23,6 +24,7 @@
 #include <QPushButton>
 #include <QSignalBlocker>
 #include <QSpinBox>
+#include <QStandardPaths>
 #include <QTimer>
 #include <QToolButton>
 #include <QVBoxLayout>
@@ -392,6 +394,9 @@ void MagicGenerateSheet::fitToContent() {
 
 void MagicGenerateSheet::chooseStartingImage() {
     platform::OpenPanelSettings settings;
+    const QString pictures = QStandardPaths::writableLocation(QStandardPaths::PicturesLocation);
+    if (!pictures.isEmpty() && QFileInfo(pictures).isDir())
+        settings.directory = toPath(pictures);
     settings.filter = platform::FileFilter{
         "Images", {"png", "jpg", "jpeg", "heic", "heif", "webp", "tif", "tiff", "bmp"}};
     dialogs_.showOpenPanel(settings, [self = QPointer<MagicGenerateSheet>(this)](
@@ -554,17 +559,24 @@ void MagicGenerateSheet::refreshPictures() {
         const generation::Bytes* bytes =
             found == state.phasePreviews.end() ? nullptr : &found->second;
         const QString key = phaseKeyPrefix + toQString(id);
-        if (send(key, bytes, thumbnailSide)) {
-            if (bytes) {
-                livePhaseLabel_ = text(timeOfDayPhases[i].label);
-            } else {
-                phaseList_->setPicture(i, {});
-                sunArc_->setPicture(i, {});
-            }
+        if (send(key, bytes, thumbnailSide) && !bytes) {
+            phaseList_->setPicture(i, {});
+            sunArc_->setPicture(i, {});
         }
     }
-    if (send(liveKey, pointer(state.livePreviewData), livePreviewSide) && !state.livePreviewData)
+    if (!send(liveKey, pointer(state.livePreviewData), livePreviewSide))
+        return;
+    if (!state.livePreviewData) {
         livePreview_->clear();
+        return;
+    }
+    // The newest picture is named by the phase that holds it.
+    livePhaseLabel_.clear();
+    for (const auto& phase : timeOfDayPhases) {
+        const auto found = state.phasePreviews.find(std::string(phase.id));
+        if (found != state.phasePreviews.end() && found->second == *state.livePreviewData)
+            livePhaseLabel_ = text(phase.label);
+    }
 }
 
 void MagicGenerateSheet::pictureDecoded(const QString& key, const QImage& image) {
