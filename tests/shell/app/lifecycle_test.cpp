@@ -1,4 +1,5 @@
 #include "app_fixture.h"
+
 #include "shell/app/qt_dialogs.h"
 #include "shell/app/qt_main_thread.h"
 #include "shell/app/single_instance.h"
@@ -8,9 +9,10 @@
 #include <QApplication>
 #include <QDir>
 #include <QMessageBox>
-#include <QProcess>
 #include <QPushButton>
+#include <QProcess>
 #include <QtTest>
+
 #include <csignal>
 #include <thread>
 
@@ -54,10 +56,8 @@ private slots:
         QTest::newRow("clean") << false << false << -1 << false << 1;
         QTest::newRow("cancel") << true << false << int(cancel) << false << 0;
         QTest::newRow("don't save") << true << false << int(dontSave) << false << 1;
-        QTest::newRow("save & quit, saved before")
-            << true << true << int(saveAndQuit) << false << 1;
-        QTest::newRow("save & quit, panel chosen")
-            << true << false << int(saveAndQuit) << false << 1;
+        QTest::newRow("save & quit, saved before") << true << true << int(saveAndQuit) << false << 1;
+        QTest::newRow("save & quit, panel chosen") << true << false << int(saveAndQuit) << false << 1;
         QTest::newRow("save & quit, panel cancelled")
             << true << false << int(saveAndQuit) << true << 0;
     }
@@ -78,8 +78,8 @@ private slots:
             fixture.state().addImage(AppFixture::image("more"));
         if (answer >= 0)
             fixture.dialogs.alertAnswers = {std::size_t(answer)};
-        fixture.dialogs.saveAnswers = {
-            panelCancelled ? std::nullopt : std::optional<std::filesystem::path>(package)};
+        fixture.dialogs.saveAnswers = {panelCancelled ? std::nullopt
+                                                      : std::optional<std::filesystem::path>(package)};
 
         fixture.app->requestQuit();
         if (answer == int(saveAndQuit) && !saved)
@@ -130,8 +130,7 @@ private slots:
         bool dropped = true;
         {
             QtMainThread mainThread;
-            std::thread worker(
-                [&] { mainThread.post([&] { ranOn = std::this_thread::get_id(); }); });
+            std::thread worker([&] { mainThread.post([&] { ranOn = std::this_thread::get_id(); }); });
             worker.join();
             QTRY_COMPARE(ranOn, std::this_thread::get_id());
             mainThread.post([&] { dropped = false; });

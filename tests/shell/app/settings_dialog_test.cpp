@@ -1,4 +1,5 @@
 #include "app_fixture.h"
+
 #include "settings/server_config.h"
 #include "ui/menus.h"
 #include "ui/settings/settings_dialog.h"
