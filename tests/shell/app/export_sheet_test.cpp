@@ -1,8 +1,9 @@
 #include "app_fixture.h"
+
 #include "platform/cancellation.h"
+#include "ui/menus.h"
 #include "ui/export/export_sheet.h"
 #include "ui/export/frame_progress_grid.h"
-#include "ui/menus.h"
 
 #include <QCheckBox>
 #include <QComboBox>
@@ -11,6 +12,7 @@
 #include <QPushButton>
 #include <QToolButton>
 #include <QtTest>
+
 #include <condition_variable>
 
 namespace lumivesper::shell {

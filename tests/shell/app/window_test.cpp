@@ -1,4 +1,5 @@
 #include "app_fixture.h"
+
 #include "ui/menus.h"
 #include "ui/symbol_icons.h"
 #include "ui/toolbar.h"
