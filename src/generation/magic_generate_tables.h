@@ -64,6 +64,20 @@ std::vector<GenerationSizeOption> generationSizes();
 // The aspect ratio of the size whose value is `value`; "16:9" for one that matches none.
 std::string aspectRatioForSize(const std::string& value);
 
+// Moods a click adds to the prompt (see MagicGenerateWorkflow::appendMood).
+inline constexpr std::array<std::string_view, 10> moodSuggestions{{
+    "misty mountain lake",
+    "quiet coastal town",
+    "snowy pine forest",
+    "desert dunes",
+    "city skyline",
+    "tropical beach",
+    "autumn countryside",
+    "cozy cabin interior",
+    "rolling lavender fields",
+    "futuristic neon city",
+}};
+
 inline constexpr const char* defaultGenerationSize = "1024x576";
 inline constexpr int maxConcurrentGenerations = 3;
 inline constexpr const char* magicGenerateModel =

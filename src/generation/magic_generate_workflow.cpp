@@ -10,12 +10,14 @@
 #include "platform/uuid.h"
 #include "settings/server_config.h"
 
+#include <cassert>
 #include <fstream>
 #include <iterator>
 #include <mutex>
 #include <sstream>
 #include <stdexcept>
 #include <system_error>
+#include <utility>
 
 namespace lumivesper::generation {
 
@@ -111,7 +113,16 @@ void MagicGenerateWorkflow::setSmoothness(SmoothnessPreset preset) {
 }
 
 void MagicGenerateWorkflow::setMode(GenerationMode mode) {
+    if (mode == state_.mode)
+        return;
     state_.mode = mode;
+    if (mode == GenerationMode::generate) {
+        parkedImageURL_ = std::exchange(state_.startingImageURL, std::nullopt);
+        parkedImageData_ = std::exchange(state_.startingImageData, std::nullopt);
+    } else if (parkedImageData_) {
+        state_.startingImageURL = std::exchange(parkedImageURL_, std::nullopt);
+        state_.startingImageData = std::exchange(parkedImageData_, std::nullopt);
+    }
     notify();
 }
 
@@ -127,6 +138,8 @@ void MagicGenerateWorkflow::setModel(std::string model) {
 
 bool MagicGenerateWorkflow::setStartingImage(const fs::path& file) {
     auto bytes = readFileBytes(file);
+    if (bytes && bytes->empty())
+        bytes.reset(); // an empty file is no picture to relight
     if (!bytes) {
         state_.errorMessage = startingImageFailure;
         notify();
@@ -142,7 +155,14 @@ bool MagicGenerateWorkflow::setStartingImage(const fs::path& file) {
 void MagicGenerateWorkflow::clearStartingImage() {
     state_.startingImageURL.reset();
     state_.startingImageData.reset();
+    parkedImageURL_.reset();
+    parkedImageData_.reset();
     notify();
+}
+
+void MagicGenerateWorkflow::rejectStartingImage() {
+    state_.errorMessage = startingImageFailure;
+    clearStartingImage();
 }
 
 // ---- What the sheet shows ----
@@ -219,6 +239,12 @@ void MagicGenerateWorkflow::cancelGeneration() {
     }
 }
 
+void MagicGenerateWorkflow::waitForRunToEnd() {
+    assert(!isRunning());
+    if (generationTask_.joinable())
+        generationTask_.join();
+}
+
 void MagicGenerateWorkflow::beginRun(RunInputs& inputs) {
     state_.isGenerating = true;
     state_.isCancelling = false;
@@ -227,6 +253,8 @@ void MagicGenerateWorkflow::beginRun(RunInputs& inputs) {
     state_.errorMessage.reset();
     state_.outcome = GenerationOutcome::none;
     state_.phaseStatus.clear();
+    state_.phasePreviews.clear();
+    state_.livePreviewData.reset();
     for (const auto& phase : timeOfDayPhases)
         state_.phaseStatus[std::string(phase.id)] = PhaseStatus::pending;
     appState_.setLastMagicSettings(inputs.prompt, state_.size, state_.tweenCount,
@@ -257,6 +285,13 @@ void MagicGenerateWorkflow::post(int run, std::function<void()> work) {
 void MagicGenerateWorkflow::setPhaseStatus(const std::string& id, PhaseStatus status) {
     if (findPhase(id))
         state_.phaseStatus[id] = status;
+}
+
+void MagicGenerateWorkflow::showPhasePicture(const std::string& id, const Bytes& bytes) {
+    state_.livePreviewData = bytes;
+    if (findPhase(id))
+        state_.phasePreviews[id] = bytes;
+    setPhaseStatus(id, PhaseStatus::completed);
 }
 
 std::vector<WallpaperImage>
@@ -303,8 +338,7 @@ void MagicGenerateWorkflow::runProxyRoute(const RunInputs& inputs, std::stop_tok
         };
         generator.onImageGenerated = [this, run](const Bytes& bytes, const std::string& name) {
             post(run, [this, bytes, name] {
-                state_.livePreviewData = bytes;
-                setPhaseStatus(name, PhaseStatus::completed);
+                showPhasePicture(name, bytes);
                 platform::consoleLine("🖼️  Live preview updated: " + name);
             });
         };
@@ -321,8 +355,7 @@ void MagicGenerateWorkflow::runProxyRoute(const RunInputs& inputs, std::stop_tok
         for (std::size_t i = 0; i < generated.size(); ++i) {
             keys.push_back(saveKeyImage(generated[i].data, i, folder));
             post(run, [this, bytes = generated[i].data, id = std::string(keyImagePhase(i).id)] {
-                state_.livePreviewData = bytes;
-                setPhaseStatus(id, PhaseStatus::completed);
+                showPhasePicture(id, bytes);
             });
         }
 
@@ -431,8 +464,7 @@ void MagicGenerateWorkflow::runDirectRoute(const RunInputs& inputs, std::stop_to
             }
             post(run, [this, bytes, id = std::string(phase.id), label = std::string(phase.label),
                        progress, soFar = std::move(soFar)] {
-                state_.livePreviewData = bytes;
-                setPhaseStatus(id, PhaseStatus::completed);
+                showPhasePicture(id, bytes);
                 state_.progressMessage = "Generated " + label;
                 state_.progress = progress;
                 appState_.applyGeneratedImages(soFar, std::nullopt, true);

@@ -41,6 +41,8 @@ struct MagicGenerateState {
     std::optional<std::filesystem::path> startingImageURL;
     std::optional<Bytes> startingImageData;
     std::optional<Bytes> livePreviewData;
+    // The latest picture of each phase row, by phase id, for a strip of the day as it grows.
+    std::map<std::string, Bytes> phasePreviews;
     // Kept for a server-side job protocol that nothing here speaks; no run writes them.
     std::optional<std::string> detectedEvolutionType;
     std::optional<double> detectedEvolutionIntensity;
@@ -84,12 +86,17 @@ public:
     void setSize(std::string value);
     void setTweenCount(int count);
     void setSmoothness(SmoothnessPreset preset); // also sets the tween count
+    // "Generate a New Scene" starts from the prompt alone: the starting image is put aside, and
+    // comes back when the user returns to "Relight My Image".
     void setMode(GenerationMode mode);
     void setShowAdvanced(bool show);
     void setModel(std::string model);
     // Reads the file; an unreadable one leaves "Failed to load starting image." and no image.
     bool setStartingImage(const std::filesystem::path& file);
     void clearStartingImage();
+    // The starting image's bytes turned out to be no picture: it goes, with the same message as
+    // an unreadable file.
+    void rejectStartingImage();
 
     // ---- What the sheet shows ----
     bool canGenerate() const;
@@ -103,6 +110,13 @@ public:
     // ---- Actions ----
     void startGeneration();
     void cancelGeneration();
+
+    // A run has started and has not yet reported how it ended. The proxy route clears
+    // `isGenerating` when the key images are in, while its tweens are still being made.
+    bool isRunning() const { return currentRun_ > 0 && state_.outcome == GenerationOutcome::none; }
+    // Waits for the run's thread once its end has been reported; nothing of it is left in
+    // flight afterwards. Must not be called while the run still goes on.
+    void waitForRunToEnd();
 
     // Where runs keep their files; tests point these at a folder of their own.
     std::filesystem::path temporaryRoot;
@@ -135,6 +149,8 @@ private:
     // Runs `work` on the main thread if the workflow still exists and `run` is still current.
     void post(int run, std::function<void()> work);
     void setPhaseStatus(const std::string& id, PhaseStatus status);
+    // The phase's picture arrived: the live preview and, for a row of the table, its status.
+    void showPhasePicture(const std::string& id, const Bytes& bytes);
     void notify() { changed_.notify(); }
 
     document::AppState& appState_;
@@ -143,6 +159,9 @@ private:
     settings::Defaults& defaults_;
     std::function<void()> onCancel_;
     MagicGenerateState state_;
+    // The starting image while "Generate a New Scene" is chosen.
+    std::optional<std::filesystem::path> parkedImageURL_;
+    std::optional<Bytes> parkedImageData_;
     int currentRun_ = 0;
     std::jthread generationTask_;
     std::shared_ptr<char> alive_ = std::make_shared<char>();

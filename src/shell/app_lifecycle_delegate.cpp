@@ -82,6 +82,14 @@ bool AppLifecycleDelegate::windowShouldClose(std::function<void()> performClose)
     }
     if (isTerminating_)
         return true;
+    if (hasRunningWork()) {
+        // Asked again once the work has stopped: its end may have changed the document.
+        runningWork_.stop([this, alive = lifetime_.weak(), performClose = std::move(performClose)] {
+            if (!alive.expired() && performClose)
+                performClose();
+        });
+        return false;
+    }
     if (commandCenter_ && commandCenter_->appState().isDirty()) {
         commandCenter_->saveFlow().confirmUnsaved(
             "Close", commandCenter_->appState(),
@@ -98,6 +106,17 @@ bool AppLifecycleDelegate::windowShouldClose(std::function<void()> performClose)
 }
 
 TerminateReply AppLifecycleDelegate::applicationShouldTerminate() {
+    if (hasRunningWork()) {
+        platform::consoleLine("⚠️  Stopping the running generation before quitting");
+        runningWork_.stop([this, alive = lifetime_.weak()] {
+            if (alive.expired())
+                return;
+            const TerminateReply reply = applicationShouldTerminate();
+            if (reply != TerminateReply::later)
+                replyToApplicationShouldTerminate(reply == TerminateReply::now);
+        });
+        return TerminateReply::later;
+    }
     if (!commandCenter_ || !commandCenter_->appState().isDirty())
         return TerminateReply::now;
     commandCenter_->saveFlow().handleTerminate(commandCenter_->appState(), *this);

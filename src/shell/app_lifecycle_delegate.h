@@ -21,6 +21,14 @@ class AppCommandCenter;
 // The platform's answer to a request to quit.
 enum class TerminateReply { now, cancel, later };
 
+// Long work that has to stop before the window closes or the application ends: a generation,
+// whose requests must not be left in flight nor its files half-written. `stop` cancels it and
+// calls its argument once nothing of it runs any more.
+struct RunningWork {
+    std::function<bool()> isRunning;
+    std::function<void(std::function<void()> stopped)> stop;
+};
+
 // The application's delegate as plain logic: launch order, files opened from outside (parked until
 // the window exists), the unsaved-changes guard on closing the window and on quitting, and the
 // update component's delegate. The toolkit layer calls these entry points.
@@ -49,7 +57,12 @@ public:
 
     // `performClose` closes the window again (it will pass unchecked).
     bool windowShouldClose(std::function<void()> performClose);
+    // Running work is stopped first; the unsaved-changes question comes after it has stopped.
     TerminateReply applicationShouldTerminate();
+
+    // The work to stop before closing or quitting; one at a time, the latest wins.
+    void setRunningWork(RunningWork work) { runningWork_ = std::move(work); }
+    void clearRunningWork() { runningWork_ = {}; }
 
     // TerminationDelegate
     void setTerminating(bool terminating) override { isTerminating_ = terminating; }
@@ -72,6 +85,7 @@ public:
 
 private:
     void openWithPrompt(const std::filesystem::path& url);
+    bool hasRunningWork() const { return runningWork_.isRunning && runningWork_.isRunning(); }
 
     settings::UpdateChannelManager& channels_;
     std::function<std::string()> feedBaseURL_;
@@ -81,6 +95,7 @@ private:
     bool shouldBypassCloseCheck_ = false;
     bool isTerminating_ = false;
     UpdateFlow updates_;
+    RunningWork runningWork_;
     std::unique_ptr<UpdateController> updater_; // after updates_: gone first
     platform::Subscription channelSubscription_;
     LifetimeToken lifetime_;

@@ -1,7 +1,9 @@
+#include "../support/program_server_stand_in.h"
 #include "../support/temporary_folder.h"
 #include "cli/command.h"
 #include "document/project_io.h"
 #include "generation/image_generation_error.h"
+#include "generation/magic_generate_progress.h"
 #include "generation/magic_generate_workflow.h"
 #include "generation/phase_descriptor.h"
 #include "generation/request_text.h"
@@ -43,11 +45,7 @@ Bytes solidPng(const fs::path& folder, int level) {
 
 // The phase a proxy request relights ("original" for the text-only base frame).
 std::string phaseOf(const testing::SeenRequest& seen) {
-    const std::string body = seen.body;
-    for (const auto& phase : lightingPhases)
-        if (body.find(std::string(phase.timeOfDay)) != std::string::npos)
-            return std::string(phase.name);
-    return "original";
+    return lumivesper::testing::requestedPhase(seen.body);
 }
 
 // Never used by the proxy route; the direct route's stand-in is further below.
@@ -236,10 +234,15 @@ TEST_F(MagicGenerateTest, CancelDuringRelightingLeavesEmptyDocumentWithBatchStil
     workflow.setPrompt("a harbour");
     workflow.startGeneration();
     ASSERT_TRUE(mainThread.runUntil([&] { return held.load(); }));
+    EXPECT_TRUE(workflow.isRunning());
     workflow.cancelGeneration();
     EXPECT_EQ(workflow.generateButtonTitle(), "Cancelling...");
     ASSERT_TRUE(runUntil(GenerationOutcome::cancelled));
+    EXPECT_FALSE(workflow.isRunning());
+    workflow.waitForRunToEnd();
     release.open();
+    EXPECT_EQ(phaseIndicator(workflow.state(), "nautical"), PhaseIndicator::stopped);
+    EXPECT_EQ(phaseIndicator(workflow.state(), "midday"), PhaseIndicator::waiting);
 
     EXPECT_EQ(workflow.state().progressMessage, "Cancelled");
     EXPECT_FALSE(workflow.state().isGenerating);
@@ -302,6 +305,49 @@ TEST_F(MagicGenerateTest, ServerFailureMidRunShowsItsDescriptionAndKeepsTheSheet
     EXPECT_EQ(closed, 0);
     EXPECT_TRUE(appState.images().empty());
     EXPECT_TRUE(appState.hasOpenUndoBatch());
+
+    // What the sheet shows: the phase that failed, the pictures that came before it.
+    const MagicGenerateState& state = workflow.state();
+    EXPECT_FALSE(workflow.isRunning());
+    EXPECT_EQ(failureHeading(state), "Generation Failed");
+    EXPECT_EQ(phaseIndicator(state, "golden_am"), PhaseIndicator::failed);
+    EXPECT_EQ(phaseIndicator(state, "nautical"), PhaseIndicator::done);
+    EXPECT_EQ(phaseIndicator(state, "midday"), PhaseIndicator::waiting);
+    EXPECT_EQ(state.phasePreviews.at("nautical"), pictures[3]);
+    EXPECT_FALSE(state.phasePreviews.contains("midday"));
+    EXPECT_GE(completedPhaseCount(state), 3);
+}
+
+TEST_F(MagicGenerateTest, NewSceneModePutsTheStartingImageAsideUntilRelightComesBack) {
+    const fs::path photo = folder.path() / "photo.png";
+    std::ofstream(photo, std::ios::binary) << toText(pictures[3]);
+    ASSERT_TRUE(workflow.setStartingImage(photo));
+    workflow.setMode(GenerationMode::generate);
+    EXPECT_FALSE(workflow.state().startingImageData);
+    EXPECT_FALSE(workflow.canGenerate()) << "a new scene needs a prompt";
+    workflow.setMode(GenerationMode::relight);
+    ASSERT_TRUE(workflow.state().startingImageData);
+    EXPECT_EQ(*workflow.state().startingImageData, pictures[3]);
+    EXPECT_EQ(workflow.state().startingImageURL, photo);
+    EXPECT_TRUE(workflow.canGenerate());
+
+    // Removed while aside, it is gone for good.
+    workflow.setMode(GenerationMode::generate);
+    workflow.clearStartingImage();
+    workflow.setMode(GenerationMode::relight);
+    EXPECT_FALSE(workflow.state().startingImageData);
+
+    // Bytes that turn out to be no picture leave the message of an unreadable file.
+    ASSERT_TRUE(workflow.setStartingImage(photo));
+    workflow.rejectStartingImage();
+    EXPECT_FALSE(workflow.state().startingImageData);
+    EXPECT_EQ(workflow.state().errorMessage, "Failed to load starting image.");
+}
+
+TEST(MagicGenerateSummaryTest, SmoothnessSummaryCountsKeysAndTweensOfTheWholeDay) {
+    EXPECT_EQ(smoothnessSummary(0), "No in-between frames · 11 frames in all");
+    EXPECT_EQ(smoothnessSummary(1), "1 in-between frame per transition · 22 frames in all");
+    EXPECT_EQ(smoothnessSummary(3), "3 in-between frames per transition · 44 frames in all");
 }
 
 TEST_F(MagicGenerateTest, ProxyAnswerThatIsNoImageFailsAsDecodeFailure) {

@@ -159,5 +159,66 @@ TEST_F(ShellTest, UrlPathAcceptsOnlyTheShortExtension) {
     EXPECT_EQ(state.currentProjectPath(), package);
 }
 
+// A generation stands in for long work: it must stop before the question about unsaved changes,
+// whose answer depends on what the stopped run left in the document.
+struct StoppableWork {
+    bool running = true;
+    int stopRequests = 0;
+    std::function<void()> stopped;
+    RunningWork hooks() {
+        return {[this] { return running; },
+                [this](std::function<void()> then) {
+                    ++stopRequests;
+                    stopped = std::move(then);
+                }};
+    }
+    void finish() {
+        running = false;
+        if (auto then = std::exchange(stopped, nullptr))
+            then();
+    }
+};
+
+TEST_F(ShellTest, QuitStopsRunningWorkFirstThenAsksAboutWhatItLeft) {
+    StoppableWork work;
+    delegate.setRunningWork(work.hooks());
+    EXPECT_EQ(delegate.applicationShouldTerminate(), TerminateReply::later);
+    EXPECT_EQ(work.stopRequests, 1);
+    EXPECT_TRUE(platformReplies.empty()) << "no answer while the work still runs";
+
+    // The stopped run left a change: the usual question comes, and its answer goes to the platform.
+    state.addImage(image("a.png"));
+    dialogs.alertAnswers = {Button::second};
+    work.finish();
+    ASSERT_EQ(dialogs.alerts.size(), 1u);
+    EXPECT_EQ(dialogs.alerts[0].informativeText, "Do you want to save before quitting?");
+    EXPECT_EQ(platformReplies, std::vector<bool>{false});
+}
+
+TEST_F(ShellTest, QuitAfterRunningWorkOnACleanDocumentRepliesOnceWithoutAsking) {
+    StoppableWork work;
+    delegate.setRunningWork(work.hooks());
+    delegate.applicationShouldTerminate();
+    work.finish();
+    EXPECT_TRUE(dialogs.alerts.empty());
+    EXPECT_EQ(platformReplies, std::vector<bool>{true});
+
+    // Work that no longer runs is not asked to stop again.
+    EXPECT_EQ(delegate.applicationShouldTerminate(), TerminateReply::now);
+    EXPECT_EQ(work.stopRequests, 1);
+}
+
+TEST_F(ShellTest, ClosingTheWindowWaitsForRunningWorkThenClosesItself) {
+    StoppableWork work;
+    delegate.setRunningWork(work.hooks());
+    int closes = 0;
+    EXPECT_FALSE(delegate.windowShouldClose([&] { ++closes; }));
+    EXPECT_EQ(closes, 0);
+    work.finish();
+    EXPECT_EQ(closes, 1);
+    delegate.clearRunningWork();
+    EXPECT_TRUE(delegate.windowShouldClose([] {}));
+}
+
 } // namespace
 } // namespace lumivesper::shell

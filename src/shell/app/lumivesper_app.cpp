@@ -1,11 +1,13 @@
 #include "shell/app/lumivesper_app.h"
 
+#include "generation/multi_provider_image_service.h"
+#include "platform/console.h"
 #include "platform/main_thread.h"
 #include "platform/uuid.h"
 #include "settings/server_config.h"
-#include "platform/console.h"
 #include "ui/export/export_sheet.h"
 #include "ui/image_edit/image_edit_sheet.h"
+#include "ui/generation/magic_generate_sheet.h"
 #include "ui/library/library_view.h"
 #include "ui/qt_text.h"
 #include "ui/settings/settings_dialog.h"
@@ -13,13 +15,15 @@
 #include "ui/settings/update_notice.h"
 #include "ui/timeline/timeline_strip.h"
 
+#include <QPointer>
+
 namespace lumivesper::shell {
 
 LumivesperApp::LumivesperApp(platform::Dialogs& dialogs, platform::MainThread& mainThread,
                              Options options)
-    : mainThread_(mainThread), defaults_(options.defaultsFile), channels_(defaults_),
-      appSettings_(defaults_, channels_), appState_(defaults_), uiState_(defaults_),
-      projectIO_(dialogs), saveFlow_(projectIO_, uiState_, dialogs),
+    : dialogs_(dialogs), mainThread_(mainThread), defaults_(options.defaultsFile),
+      channels_(defaults_), appSettings_(defaults_, channels_), appState_(defaults_),
+      uiState_(defaults_), projectIO_(dialogs), saveFlow_(projectIO_, uiState_, dialogs),
       commandCenter_(appState_, uiState_, projectIO_, saveFlow_, dialogs),
       delegate_(channels_, settings::feedBaseURL,
                 [this](bool shouldTerminate) {
@@ -30,7 +34,9 @@ LumivesperApp::LumivesperApp(platform::Dialogs& dialogs, platform::MainThread& m
       options_(std::move(options)),
       exportDriver_(std::make_unique<ExportDriver>(appState_, uiState_, dialogs, mainThread_,
                                                    options_.makeUpscaler, options_.generateHeic)),
-      editedImages_(appState_, mainThread_) {
+      editedImages_(appState_, mainThread_),
+      imageService_(std::make_unique<generation::MultiProviderImageService>(
+          generation::MultiProviderImageService::standard())) {
     appState_.setUndoManager(&undoManager_);
     // The library makes display previews on its worker pool; opening a project must not.
     projectIO_.setLoadsPreviews(false);
@@ -53,9 +59,8 @@ QStringList LumivesperApp::launch(const QStringList& files) {
     window_->addBanner(new ui::UpdateNotice(delegate_.updates()));
     updateChanges_ = delegate_.updates().observe([this] { presentUpdateDialog(); });
     window_->show();
-    delegate_.bindCommandCenter(commandCenter_, [this](std::function<void()> work) {
-        mainThread_.post(std::move(work));
-    });
+    delegate_.bindCommandCenter(
+        commandCenter_, [this](std::function<void()> work) { mainThread_.post(std::move(work)); });
     return refused;
 }
 
@@ -117,6 +122,8 @@ void LumivesperApp::presentSheet(ActiveSheet sheet) {
         dialog = new ui::ExportSheet(uiState_, *exportDriver_, window_.get());
     else if (sheet == ActiveSheet::settings)
         dialog = new ui::SettingsDialog(appSettings_, window_.get());
+    else if (sheet == ActiveSheet::magicGenerate)
+        dialog = makeGenerateSheet();
     if (!dialog) {
         if (options_.content.presentSheet) {
             options_.content.presentSheet(sheet);
@@ -162,6 +169,23 @@ void LumivesperApp::openImageEditSheet(const platform::Uuid& imageId) {
         window_.get());
     sheet->setAttribute(Qt::WA_DeleteOnClose);
     sheet->open();
+}
+
+QDialog* LumivesperApp::makeGenerateSheet() {
+    auto* sheet = new ui::MagicGenerateSheet(appState_, *imageService_, mainThread_, defaults_,
+                                             dialogs_, window_.get());
+    // Closing the window or quitting waits until the sheet's run has stopped.
+    const QPointer<ui::MagicGenerateSheet> guarded(sheet);
+    delegate_.setRunningWork({[guarded] { return guarded && guarded->isRunning(); },
+                              [guarded](std::function<void()> stopped) {
+                                  if (guarded)
+                                      guarded->stopRun(std::move(stopped));
+                                  else if (stopped)
+                                      stopped();
+                              }});
+    QObject::connect(sheet, &QObject::destroyed, window_.get(),
+                     [this] { delegate_.clearRunningWork(); });
+    return sheet;
 }
 
 void LumivesperApp::finishQuit() {

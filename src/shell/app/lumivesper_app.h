@@ -19,6 +19,9 @@
 #include <functional>
 #include <memory>
 
+namespace lumivesper::generation {
+class ImageGenerationService;
+}
 namespace lumivesper::platform {
 class Dialogs;
 class MainThread;
@@ -82,7 +85,9 @@ private:
     void finishQuit();
     void presentSheet(ActiveSheet sheet);
     void presentUpdateDialog();
+    QDialog* makeGenerateSheet();
 
+    platform::Dialogs& dialogs_;
     platform::MainThread& mainThread_;
     settings::Defaults defaults_;
     settings::UpdateChannelManager channels_;
@@ -97,6 +102,7 @@ private:
     Options options_;
     std::unique_ptr<ExportDriver> exportDriver_;  // outlives the window and its sheets
     generation::EditedImageApplier editedImages_; // likewise
+    std::unique_ptr<generation::ImageGenerationService> imageService_; // the same
     std::unique_ptr<ui::MainWindow> window_;
     ui::LibraryView* library_ = nullptr; // owned by the window
     QPointer<ui::UpdateDialog> updateDialog_;

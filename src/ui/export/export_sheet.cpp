@@ -6,6 +6,7 @@
 #include "shell/export_sheet_model.h"
 #include "ui/export/frame_progress_grid.h"
 #include "ui/qt_text.h"
+#include "ui/sheet_labels.h"
 #include "ui/symbol_icons.h"
 
 #include <QCheckBox>
@@ -34,16 +35,6 @@ constexpr HeicCanvasPreset canvasPresets[] = {HeicCanvasPreset::matchSource,
 
 QString text(std::string_view view) {
     return toQString(std::string(view));
-}
-
-QLabel* caption(const QString& content, QWidget* parent) {
-    auto* label = new QLabel(content, parent);
-    QFont font = label->font();
-    font.setPointSizeF(font.pointSizeF() * 0.9);
-    label->setFont(font);
-    label->setWordWrap(true);
-    label->setForegroundRole(QPalette::PlaceholderText); // the secondary colour
-    return label;
 }
 
 // An icon and a text on one line, for the upscaler status and the validation text.

@@ -2,6 +2,7 @@
 
 #include "settings/app_settings.h"
 #include "ui/qt_text.h"
+#include "ui/sheet_labels.h"
 #include "ui/symbol_icons.h"
 
 #include <QButtonGroup>
@@ -21,24 +22,6 @@ namespace lumivesper::ui {
 namespace {
 
 constexpr int labelWidth = 100;
-
-QLabel* headline(const QString& text, QWidget* parent) {
-    auto* label = new QLabel(text, parent);
-    QFont font = label->font();
-    font.setBold(true);
-    label->setFont(font);
-    return label;
-}
-
-QLabel* caption(const QString& text, QWidget* parent) {
-    auto* label = new QLabel(text, parent);
-    QFont font = label->font();
-    font.setPointSizeF(font.pointSizeF() * 0.9);
-    label->setFont(font);
-    label->setWordWrap(true);
-    label->setForegroundRole(QPalette::PlaceholderText);
-    return label;
-}
 
 QLabel* secondary(const QString& text, QWidget* parent) {
     auto* label = new QLabel(text, parent);

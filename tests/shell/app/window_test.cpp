@@ -6,6 +6,7 @@
 
 #include <QAccessible>
 #include <QAction>
+#include <QDialog>
 #include <QDockWidget>
 #include <QToolButton>
 #include <QtTest>
@@ -139,8 +140,12 @@ private slots:
         QVERIFY(!ui.showsInspector());
         QVERIFY(!dock->isVisible());
 
-        // A sheet this window cannot show yet must not stay "on screen" and block the next one.
+        // The generation sheet comes up, and once closed no longer counts as on screen.
         fixture.app->commandCenter().performToolbarAction(ToolbarAction::generateTimeline);
+        QVERIFY(ui.activeSheet() == ActiveSheet::magicGenerate);
+        auto* sheet = window.findChild<QDialog*>(QStringLiteral("magicGenerateSheet"));
+        QVERIFY(sheet && sheet->isVisible());
+        sheet->reject();
         QVERIFY(!ui.activeSheet());
     }
 
