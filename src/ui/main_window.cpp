@@ -48,6 +48,7 @@ MainWindow::MainWindow(shell::AppCommandCenter& center, shell::AppLifecycleDeleg
     toolbar_ = new MainToolbar(center_, this);
     addToolBar(Qt::TopToolBarArea, toolbar_);
     menus_ = new MainMenus(*menuBar(), center_, &undo, std::move(quit));
+    menuBar()->setAccessibleName(QStringLiteral("Menu Bar"));
 
     auto* body = new QWidget(this);
     auto* column = new QVBoxLayout(body);
@@ -73,9 +74,9 @@ MainWindow::MainWindow(shell::AppCommandCenter& center, shell::AppLifecycleDeleg
         // Selection and generation progress change often and show nowhere in the window's chrome;
         // rebuilding the menus for them would disturb a menu the user has open.
         using document::AppStateField;
-        for (const auto shown : {AppStateField::images, AppStateField::mode,
-                                 AppStateField::currentProjectPath, AppStateField::isDirty,
-                                 AppStateField::recentProjects}) {
+        for (const auto shown :
+             {AppStateField::images, AppStateField::mode, AppStateField::currentProjectPath,
+              AppStateField::isDirty, AppStateField::recentProjects}) {
             if (fields.contains(shown)) {
                 refresh();
                 return;

@@ -100,8 +100,17 @@ private slots:
         QCOMPARE(f->state.images().size(), std::size_t(10));
         QCOMPARE(f->library->model().rowCount(), 10);
         QVERIFY(list().isVisible()); // the grid replaces the empty state
+
+        // The grid takes files as well, wherever they land.
+        QMimeData more;
+        more.setUrls({QUrl::fromLocalFile(toQString(f->imageFile("later.png", 200)))});
+        QVERIFY(dropOn(list().viewport(), centreOf(3), more));
+        QTRY_COMPARE(f->state.images().size(), std::size_t(11));
+        QCOMPARE(f->state.images().back().fileName, std::string("later.png"));
+        f->undo.undo();
         for (int step = 0; step < 10; ++step) {
-            QCOMPARE(QString::fromStdString(f->undo.undoActionName().value_or("")), QStringLiteral("Add Image"));
+            QCOMPARE(QString::fromStdString(f->undo.undoActionName().value_or("")),
+                     QStringLiteral("Add Image"));
             f->undo.undo();
         }
         QVERIFY(!f->undo.canUndo());
@@ -187,8 +196,7 @@ private slots:
                             Qt::NoModifier);
         QApplication::sendEvent(list().viewport(), &move);
         QCOMPARE(model.dropTarget(), std::optional<int>(4));
-        QDropEvent drop(centreOf(4), Qt::MoveAction, dragged.get(), Qt::LeftButton,
-                        Qt::NoModifier);
+        QDropEvent drop(centreOf(4), Qt::MoveAction, dragged.get(), Qt::LeftButton, Qt::NoModifier);
         QApplication::sendEvent(list().viewport(), &drop);
         QVERIFY(drop.isAccepted());
         QVERIFY(!model.dropTarget());
@@ -196,7 +204,8 @@ private slots:
                                                            "tween.png", "image3.png"}));
         QCOMPARE(model.index(2).data(Qt::DisplayRole).toString(), QStringLiteral("image1.png"));
         QCOMPARE(model.index(3).data(Qt::DisplayRole).toString(), QStringLiteral("tween.png"));
-        QCOMPARE(QString::fromStdString(f->undo.undoActionName().value_or("")), QStringLiteral("Reorder Images"));
+        QCOMPARE(QString::fromStdString(f->undo.undoActionName().value_or("")),
+                 QStringLiteral("Reorder Images"));
     }
 
     void theContextMenuOffersTweensOnlyWhereARunCanGo() {
@@ -224,10 +233,11 @@ private slots:
         QTest::mouseClick(sheet.generateButton(), Qt::LeftButton);
         QVERIFY(f->library->tweens().isGenerating());
         QTest::mouseClick(sheet.cancelButton(), Qt::LeftButton);
-        QVERIFY(!sheet.isVisible()); // closes at once ...
+        QVERIFY(!sheet.isVisible());                            // closes at once ...
         QTRY_COMPARE(f->state.images().size(), std::size_t(7)); // ... and the run still delivers
         QCOMPARE(f->library->model().rowCount(), 7);
-        QCOMPARE(QString::fromStdString(f->undo.undoActionName().value_or("")), QStringLiteral("Add Tweens"));
+        QCOMPARE(QString::fromStdString(f->undo.undoActionName().value_or("")),
+                 QStringLiteral("Add Tweens"));
     }
 
     void autoTweenTwiceGivesTheSameCount() {

@@ -14,7 +14,6 @@
 #include <QSpinBox>
 #include <QStackedWidget>
 #include <QVBoxLayout>
-
 #include <cmath>
 
 namespace lumivesper::ui {
@@ -102,9 +101,14 @@ TweenSheet::TweenSheet(shell::TweenWorkflow& workflow, PreviewCache& previews, Q
 
     // The progress, while a run goes on.
     auto* running = new QWidget(pages_);
+    // In the middle of the room the settings leave, where the eye already is.
     auto* runningLayout = new QVBoxLayout(running);
-    runningLayout->addWidget(new QLabel(QStringLiteral("Generating tweens..."), running));
+    runningLayout->addStretch();
+    auto* runningTitle = new QLabel(QStringLiteral("Generating tweens..."), running);
+    runningTitle->setAlignment(Qt::AlignCenter);
+    runningLayout->addWidget(runningTitle);
     auto* progressRow = new QHBoxLayout;
+    progressRow->addStretch();
     progressBar_ = new QProgressBar(running);
     progressBar_->setRange(0, 1000);
     progressBar_->setTextVisible(false);

@@ -33,7 +33,8 @@ Transport::Transport(QWidget* parent) : QWidget(parent) {
     end_ = transportButton(QStringLiteral("Go to end"), "forward.end.fill", this);
     hour_ = new QLabel(this);
     hour_->setFont(QFontDatabase::systemFont(QFontDatabase::FixedFont));
-    hour_->setAccessibleName(QStringLiteral("Hour"));
+    // Read out as its text, the time at the playhead; the description says what the time is.
+    hour_->setAccessibleDescription(QStringLiteral("Hour at the playhead"));
     layout->addWidget(start_);
     layout->addWidget(play_);
     layout->addWidget(end_);

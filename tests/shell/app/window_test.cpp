@@ -1,5 +1,4 @@
 #include "app_fixture.h"
-
 #include "ui/menus.h"
 #include "ui/symbol_icons.h"
 #include "ui/toolbar.h"
@@ -10,6 +9,7 @@
 #include <QDockWidget>
 #include <QToolButton>
 #include <QtTest>
+#include <functional>
 
 namespace lumivesper::shell {
 
@@ -165,6 +165,45 @@ private slots:
         }
         for (const char* symbol : {"folder", "folder.fill"})
             QVERIFY2(QIcon::hasThemeIcon(ui::themeIconName(symbol)), symbol);
+    }
+
+    // What a screen reader lists: every control the user can reach in the window as it stands,
+    // with images in grid, list and single view, has a name to call it by.
+    void everyShownControlOfTheWindowHasAnAccessibleName() {
+        AppFixture fixture;
+        MainWindow& window = fixture.window();
+        fixture.state().setMode(WallpaperMode::time);
+        for (const char* name : {"dawn", "noon", "dusk"})
+            fixture.state().addImage(AppFixture::image(name));
+        QVERIFY(QTest::qWaitForWindowExposed(&window));
+        const QSet<QAccessible::Role> controls = {
+            QAccessible::PushButton, QAccessible::CheckBox,   QAccessible::RadioButton,
+            QAccessible::Slider,     QAccessible::SpinBox,    QAccessible::EditableText,
+            QAccessible::ComboBox,   QAccessible::MenuItem,   QAccessible::ListItem,
+            QAccessible::List,       QAccessible::ButtonMenu, QAccessible::PageTab};
+        for (auto mode : {LibraryViewMode::grid, LibraryViewMode::list, LibraryViewMode::single}) {
+            window.toolbar().viewModeButton(mode)->click();
+            QStringList unnamed;
+            int seen = 0;
+            std::function<void(QAccessibleInterface*)> walk = [&](QAccessibleInterface* node) {
+                if (!node || node->state().invisible)
+                    return;
+                if (controls.contains(node->role())) {
+                    ++seen;
+                    if (node->text(QAccessible::Name).trimmed().isEmpty())
+                        unnamed << QStringLiteral("%1 (%2)")
+                                       .arg(node->object()
+                                                ? node->object()->metaObject()->className()
+                                                : "item")
+                                       .arg(int(node->role()));
+                }
+                for (int i = 0; i < node->childCount(); ++i)
+                    walk(node->child(i));
+            };
+            walk(QAccessible::queryAccessibleInterface(&window));
+            QVERIFY2(seen >= 12, qPrintable(QString::number(seen))); // toolbar and transport
+            QVERIFY2(unnamed.isEmpty(), qPrintable(unnamed.join(QStringLiteral(", "))));
+        }
     }
 
     // A screen reader toggles a checkable button through its accessible action, with no click.
