@@ -1,13 +1,15 @@
 #include "shell/app/lumivesper_app.h"
 
+#include "platform/console.h"
 #include "platform/main_thread.h"
 #include "settings/server_config.h"
-#include "platform/console.h"
 #include "ui/export/export_sheet.h"
 #include "ui/library/library_view.h"
 #include "ui/qt_text.h"
 #include "ui/settings/settings_dialog.h"
 #include "ui/timeline/timeline_strip.h"
+
+#include <QCoreApplication>
 
 namespace lumivesper::shell {
 
@@ -25,7 +27,21 @@ LumivesperApp::LumivesperApp(platform::Dialogs& dialogs, platform::MainThread& m
                 }),
       options_(std::move(options)),
       exportDriver_(std::make_unique<ExportDriver>(appState_, uiState_, dialogs, mainThread_,
-                                                   options_.makeUpscaler, options_.generateHeic)) {
+                                                   options_.makeUpscaler, options_.generateHeic)),
+      jobProgress_([this] { return static_cast<QWidget*>(window_.get()); }),
+      setupPrompt_([this] { return static_cast<QWidget*>(window_.get()); }) {
+    wallpaperImport_ = std::make_unique<WallpaperImportFlow>(commandCenter_, projectIO_, dialogs,
+                                                             mainThread_, jobProgress_);
+    if (options_.backgroundRefreshCommand.empty())
+        options_.backgroundRefreshCommand = {
+            companionCliProgram(ui::toPath(QCoreApplication::applicationDirPath())).string(),
+            "apply", "--refresh"};
+    desktopBackground_ = std::make_unique<DesktopBackgroundFlow>(
+        commandCenter_, projectIO_, defaults_, dialogs, mainThread_, jobProgress_, setupPrompt_,
+        options_.backgroundRefreshCommand, options_.applyBackground, options_.detectDesktop);
+    commandCenter_.setWallpaperImporter([this] { wallpaperImport_->chooseAndImport(); });
+    commandCenter_.setDesktopBackgroundSetter(
+        [this] { desktopBackground_->setAsDesktopBackground(); });
     appState_.setUndoManager(&undoManager_);
     // The library makes display previews on its worker pool; opening a project must not.
     projectIO_.setLoadsPreviews(false);
@@ -33,6 +49,8 @@ LumivesperApp::LumivesperApp(platform::Dialogs& dialogs, platform::MainThread& m
 
 LumivesperApp::~LumivesperApp() {
     delegate_.unbindCommandCenter();
+    commandCenter_.setWallpaperImporter({});
+    commandCenter_.setDesktopBackgroundSetter({});
     window_.reset();
     appState_.setUndoManager(nullptr);
 }
@@ -46,9 +64,8 @@ QStringList LumivesperApp::launch(const QStringList& files) {
     window_ = std::make_unique<ui::MainWindow>(commandCenter_, delegate_, undoManager_,
                                                std::move(content), [this] { requestQuit(); });
     window_->show();
-    delegate_.bindCommandCenter(commandCenter_, [this](std::function<void()> work) {
-        mainThread_.post(std::move(work));
-    });
+    delegate_.bindCommandCenter(
+        commandCenter_, [this](std::function<void()> work) { mainThread_.post(std::move(work)); });
     return refused;
 }
 
@@ -75,6 +92,10 @@ void LumivesperApp::fillMissingContent() {
     if (!content.makeLibrary) {
         content.makeLibrary = [this](QWidget* parent) {
             library_ = new ui::LibraryView(commandCenter_, mainThread_, parent);
+            library_->setDropOffer([this](std::vector<std::filesystem::path> files,
+                                          ui::LibraryView::AddImages addImages) {
+                wallpaperImport_->offerDroppedFiles(std::move(files), std::move(addImages));
+            });
             return library_;
         };
     }
