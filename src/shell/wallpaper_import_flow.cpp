@@ -73,11 +73,11 @@ void WallpaperImportFlow::importAfterConfirming(const fs::path& wallpaper) {
 }
 
 void WallpaperImportFlow::chooseLocation(const fs::path& wallpaper) {
-    // A new project named for the wallpaper, where projects were saved last: a downloaded
-    // wallpaper's folder is seldom where the user keeps projects.
+    // A new project named for the wallpaper, where projects were saved last (a downloaded
+    // wallpaper's folder is seldom where the user keeps projects), else beside the wallpaper.
     const std::string name = wallpaper.stem().string() + "." + document::packageExtension;
     projectIO_.showSavePanel(
-        name, center_.uiState().lastSaveDirectory(),
+        name, center_.uiState().lastSaveDirectory().value_or(wallpaper.parent_path()),
         [this, alive = lifetime_.weak(), wallpaper](fs::path chosen) {
             if (alive.expired())
                 return;

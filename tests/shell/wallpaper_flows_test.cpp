@@ -223,6 +223,7 @@ TEST_F(WallpaperImportFlowTest, ADroppedDynamicWallpaperOffersAProjectAndPlainFi
     ASSERT_TRUE(dialogs.mainThread.runUntil([&] { return !imports.empty(); }));
     ASSERT_TRUE(finished());
     EXPECT_EQ(dialogs.savePanels.at(0).nameFieldStringValue, "dynamic-desert.lvesper");
+    EXPECT_EQ(dialogs.savePanels.at(0).directory, folder.path()); // beside it: no save folder yet
     EXPECT_EQ(state.currentProjectPath(), folder.path() / "Desert.lvesper");
     EXPECT_EQ(added.size(), 3u);
 }
