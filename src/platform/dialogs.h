@@ -12,8 +12,9 @@
 
 namespace lumivesper::platform {
 
-// Warning for questions and notices, critical for failures that lost the user's intent.
-enum class AlertStyle { warning, critical };
+// Warning for questions and notices, critical for failures that lost the user's intent,
+// informational for a report that something long has worked.
+enum class AlertStyle { warning, critical, informational };
 
 struct Alert {
     std::string message;

@@ -30,6 +30,10 @@ bool AppCommandCenter::canPlayTimeline() const {
     return appState_.mode() == document::WallpaperMode::time && !appState_.images().empty();
 }
 
+bool AppCommandCenter::canSetDesktopBackground() const {
+    return desktopBackgroundSetter_ && !appState_.images().empty();
+}
+
 std::size_t AppCommandCenter::keyImageCount() const {
     return static_cast<std::size_t>(
         std::count_if(appState_.images().begin(), appState_.images().end(),
@@ -162,6 +166,22 @@ void AppCommandCenter::checkForUpdates() {
         return;
     }
     updateCheck_();
+}
+
+void AppCommandCenter::importDynamicWallpaper() {
+    if (!wallpaperImporter_) {
+        platform::consoleLine("⚠️ Importing dynamic wallpapers is not available here");
+        return;
+    }
+    wallpaperImporter_();
+}
+
+void AppCommandCenter::setAsDesktopBackground() {
+    if (!canSetDesktopBackground()) {
+        platform::consoleLine("⚠️ Nothing to set as the desktop background");
+        return;
+    }
+    desktopBackgroundSetter_();
 }
 
 void AppCommandCenter::requestNewProject() {

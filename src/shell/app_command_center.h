@@ -52,6 +52,8 @@ public:
     bool canCloseProject() const;
     bool hasTweens() const;
     bool canPlayTimeline() const;
+    bool canImportDynamicWallpaper() const { return static_cast<bool>(wallpaperImporter_); }
+    bool canSetDesktopBackground() const;
     std::size_t keyImageCount() const;
     std::vector<ToolbarItem> toolbarItems() const;
 
@@ -65,6 +67,9 @@ public:
     void saveProjectAs();
     void confirmDeleteAllTweens();
     void checkForUpdates();
+    // The window's flows for these; without them, each says so on the console.
+    void importDynamicWallpaper();
+    void setAsDesktopBackground();
     void performToolbarAction(ToolbarAction action);
 
     // ---- Entry points that would discard unsaved work: the prompt first, then the command ----
@@ -78,6 +83,15 @@ public:
     // its main thread. Without one, each is imported here and now.
     void setFileImporter(std::function<void(const std::vector<std::filesystem::path>&)> importer) {
         fileImporter_ = std::move(importer);
+    }
+
+    // "Import Dynamic Wallpaper..." and "Set as Desktop Background": long work with dialogs of
+    // their own, which the application provides.
+    void setWallpaperImporter(std::function<void()> importer) {
+        wallpaperImporter_ = std::move(importer);
+    }
+    void setDesktopBackgroundSetter(std::function<void()> setter) {
+        desktopBackgroundSetter_ = std::move(setter);
     }
 
     // The application's update check; without one, checkForUpdates only says so on the console.
@@ -98,6 +112,8 @@ private:
     SaveFlowCoordinator& saveFlow_;
     platform::Dialogs& dialogs_;
     std::function<void()> updateCheck_;
+    std::function<void()> wallpaperImporter_;
+    std::function<void()> desktopBackgroundSetter_;
     std::function<void(const std::vector<std::filesystem::path>&)> fileImporter_;
     LifetimeToken lifetime_;
 };

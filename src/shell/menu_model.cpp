@@ -64,8 +64,12 @@ std::vector<Menu> buildMenus(const AppCommandCenter& center, const document::Und
           entry("Save", MenuCommand::save, KeyShortcut{"S"}, state.isDirty()),
           entry("Save As...", MenuCommand::saveAs, KeyShortcut{"S", true, true}),
           MenuEntry::separator(),
+          entry("Import Dynamic Wallpaper...", MenuCommand::importDynamicWallpaper, {},
+                center.canImportDynamicWallpaper()),
           entry("Export Dynamic Wallpaper...", MenuCommand::exportWallpaper, {},
-                !state.images().empty())}});
+                !state.images().empty()),
+          entry("Set as Desktop Background", MenuCommand::setDesktopBackground, {},
+                center.canSetDesktopBackground())}});
 
     menus.push_back({MenuPlacement::window,
                      "Window",
@@ -73,11 +77,10 @@ std::vector<Menu> buildMenus(const AppCommandCenter& center, const document::Und
                             MenuCommand::togglePlayback, KeyShortcut{"Space", false, false},
                             center.canPlayTimeline())}});
 
-    menus.push_back(
-        {MenuPlacement::application,
-         "Lumivesper AI",
-         {entry("Check for Updates...", MenuCommand::checkForUpdates, KeyShortcut{"U"}),
-          entry("Settings...", MenuCommand::settings, KeyShortcut{","})}});
+    menus.push_back({MenuPlacement::application,
+                     "Lumivesper AI",
+                     {entry("Check for Updates...", MenuCommand::checkForUpdates, KeyShortcut{"U"}),
+                      entry("Settings...", MenuCommand::settings, KeyShortcut{","})}});
     return menus;
 }
 
@@ -119,8 +122,14 @@ void performMenuCommand(const MenuEntry& item, AppCommandCenter& center,
     case MenuCommand::saveAs:
         center.saveProjectAs();
         break;
+    case MenuCommand::importDynamicWallpaper:
+        center.importDynamicWallpaper();
+        break;
     case MenuCommand::exportWallpaper:
         center.uiState().setActiveSheet(ActiveSheet::exportOptions);
+        break;
+    case MenuCommand::setDesktopBackground:
+        center.setAsDesktopBackground();
         break;
     case MenuCommand::togglePlayback:
         center.togglePlayback();

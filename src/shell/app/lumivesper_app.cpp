@@ -15,6 +15,7 @@
 #include "ui/settings/update_notice.h"
 #include "ui/timeline/timeline_strip.h"
 
+#include <QCoreApplication>
 #include <QPointer>
 
 namespace lumivesper::shell {
@@ -36,7 +37,21 @@ LumivesperApp::LumivesperApp(platform::Dialogs& dialogs, platform::MainThread& m
                                                    options_.makeUpscaler, options_.generateHeic)),
       editedImages_(appState_, mainThread_),
       imageService_(std::make_unique<generation::MultiProviderImageService>(
-          generation::MultiProviderImageService::standard())) {
+          generation::MultiProviderImageService::standard())),
+      jobProgress_([this] { return static_cast<QWidget*>(window_.get()); }),
+      setupPrompt_([this] { return static_cast<QWidget*>(window_.get()); }) {
+    wallpaperImport_ = std::make_unique<WallpaperImportFlow>(commandCenter_, projectIO_, dialogs,
+                                                             mainThread_, jobProgress_);
+    if (options_.backgroundRefreshCommand.empty())
+        options_.backgroundRefreshCommand = {
+            companionCliProgram(ui::toPath(QCoreApplication::applicationDirPath())).string(),
+            "apply", "--refresh"};
+    desktopBackground_ = std::make_unique<DesktopBackgroundFlow>(
+        commandCenter_, projectIO_, defaults_, dialogs, mainThread_, jobProgress_, setupPrompt_,
+        options_.backgroundRefreshCommand, options_.applyBackground, options_.detectDesktop);
+    commandCenter_.setWallpaperImporter([this] { wallpaperImport_->chooseAndImport(); });
+    commandCenter_.setDesktopBackgroundSetter(
+        [this] { desktopBackground_->setAsDesktopBackground(); });
     appState_.setUndoManager(&undoManager_);
     // The library makes display previews on its worker pool; opening a project must not.
     projectIO_.setLoadsPreviews(false);
@@ -44,6 +59,8 @@ LumivesperApp::LumivesperApp(platform::Dialogs& dialogs, platform::MainThread& m
 
 LumivesperApp::~LumivesperApp() {
     delegate_.unbindCommandCenter();
+    commandCenter_.setWallpaperImporter({});
+    commandCenter_.setDesktopBackgroundSetter({});
     window_.reset();
     appState_.setUndoManager(nullptr);
 }
@@ -92,6 +109,10 @@ void LumivesperApp::fillMissingContent() {
                                  if (const auto uuid = platform::Uuid::parse(ui::toStdString(id)))
                                      openImageEditSheet(*uuid);
                              });
+            library_->setDropOffer([this](std::vector<std::filesystem::path> files,
+                                          ui::LibraryView::AddImages addImages) {
+                wallpaperImport_->offerDroppedFiles(std::move(files), std::move(addImages));
+            });
             return library_;
         };
     }

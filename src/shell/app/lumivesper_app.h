@@ -10,9 +10,13 @@
 #include "shell/app_command_center.h"
 #include "shell/app_lifecycle_delegate.h"
 #include "shell/app_ui_state.h"
+#include "shell/desktop_background_flow.h"
 #include "shell/export_driver.h"
 #include "shell/save_flow_coordinator.h"
+#include "shell/wallpaper_import_flow.h"
 #include "ui/main_window.h"
+#include "ui/wallpaper/background_setup_dialog.h"
+#include "ui/wallpaper/job_progress_dialog.h"
 
 #include <QPointer>
 #include <QStringList>
@@ -49,6 +53,12 @@ public:
         ExportDriver::Generator generateHeic = ExportDriver::standardGenerator();
         // Leaves the event loop once quitting has been decided.
         std::function<void()> exit;
+        // "Set as Desktop Background": what puts the project on the desktop, which desktop this
+        // is, and what the desktop's timer runs later (none: the command line beside this
+        // program, "apply --refresh"). Tests keep the real desktop out of reach.
+        DesktopBackgroundFlow::Applier applyBackground;
+        DesktopBackgroundFlow::DesktopDetector detectDesktop;
+        std::vector<std::string> backgroundRefreshCommand;
     };
 
     LumivesperApp(platform::Dialogs& dialogs, platform::MainThread& mainThread, Options options);
@@ -78,6 +88,9 @@ public:
     AppLifecycleDelegate& lifecycle() { return delegate_; }
     AppCommandCenter& commandCenter() { return commandCenter_; }
     ExportDriver& exportDriver() { return *exportDriver_; }
+    WallpaperImportFlow& wallpaperImport() { return *wallpaperImport_; }
+    DesktopBackgroundFlow& desktopBackground() { return *desktopBackground_; }
+    ui::WindowJobProgress& jobProgress() { return jobProgress_; }
     settings::AppSettings& appSettings() { return appSettings_; }
 
 private:
@@ -103,6 +116,10 @@ private:
     std::unique_ptr<ExportDriver> exportDriver_;  // outlives the window and its sheets
     generation::EditedImageApplier editedImages_; // likewise
     std::unique_ptr<generation::ImageGenerationService> imageService_; // the same
+    ui::WindowJobProgress jobProgress_;
+    ui::DialogBackgroundSetupPrompt setupPrompt_;
+    std::unique_ptr<WallpaperImportFlow> wallpaperImport_;
+    std::unique_ptr<DesktopBackgroundFlow> desktopBackground_;
     std::unique_ptr<ui::MainWindow> window_;
     ui::LibraryView* library_ = nullptr; // owned by the window
     QPointer<ui::UpdateDialog> updateDialog_;

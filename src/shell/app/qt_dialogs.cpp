@@ -63,8 +63,9 @@ QMessageBox::ButtonRole roleOf(const std::string& title, std::size_t index) {
 std::size_t QtDialogs::runAlert(const platform::Alert& alert) {
     QMessageBox box(window_);
     box.setWindowModality(window_ ? Qt::WindowModal : Qt::ApplicationModal);
-    box.setIcon(alert.style == platform::AlertStyle::critical ? QMessageBox::Critical
-                                                              : QMessageBox::Warning);
+    box.setIcon(alert.style == platform::AlertStyle::critical        ? QMessageBox::Critical
+                : alert.style == platform::AlertStyle::informational ? QMessageBox::Information
+                                                                     : QMessageBox::Warning);
     box.setText(toQString(alert.message));
     box.setInformativeText(toQString(alert.informativeText));
     const std::vector<std::string> titles =
@@ -72,7 +73,8 @@ std::size_t QtDialogs::runAlert(const platform::Alert& alert) {
     std::vector<QPushButton*> buttons;
     for (std::size_t index = 0; index < titles.size(); ++index) {
         // "Save & Quit" shows its ampersand rather than underlining the Q.
-        const QString text = toQString(titles[index]).replace(QLatin1Char('&'), QStringLiteral("&&"));
+        const QString text =
+            toQString(titles[index]).replace(QLatin1Char('&'), QStringLiteral("&&"));
         QPushButton* button = box.addButton(text, roleOf(titles[index], index));
         button->setAccessibleName(toQString(titles[index]));
         buttons.push_back(button);
@@ -104,7 +106,7 @@ QtDialogs::runOpenPanel(const platform::OpenPanelSettings& settings) {
         pickPackagesOnEntry(dialog, picked, settings.packageExtensions);
     } else {
         dialog.setWindowTitle(QStringLiteral("Open"));
-        dialog.setFileMode(settings.canChooseDirectories ? QFileDialog::Directory
+        dialog.setFileMode(settings.canChooseDirectories      ? QFileDialog::Directory
                            : settings.allowsMultipleSelection ? QFileDialog::ExistingFiles
                                                               : QFileDialog::ExistingFile);
         if (settings.filter)

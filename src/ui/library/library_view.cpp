@@ -16,6 +16,7 @@
 #include <QDragEnterEvent>
 #include <QMenu>
 #include <QMimeData>
+#include <QPointer>
 #include <QStackedWidget>
 #include <QVBoxLayout>
 
@@ -147,7 +148,15 @@ void LibraryView::importUrls(const QList<QUrl>& urls) {
     for (const auto& url : urls)
         if (url.isLocalFile())
             files.push_back(toPath(url.toLocalFile()));
-    imports_.importFiles(files);
+    if (!dropOffer_) {
+        imports_.importFiles(files);
+        return;
+    }
+    dropOffer_(std::move(files), [this, alive = QPointer<LibraryView>(this)](
+                                     std::vector<std::filesystem::path> images) {
+        if (alive)
+            imports_.importFiles(images);
+    });
 }
 
 void LibraryView::reorder(const QString& sourceId, int targetRow) {
@@ -157,7 +166,8 @@ void LibraryView::reorder(const QString& sourceId, int targetRow) {
         return;
     // After the drop has returned, as a drop handler should not change the list under it.
     QMetaObject::invokeMethod(
-        this, [this, sourceId = *source, targetId = target->id] {
+        this,
+        [this, sourceId = *source, targetId = target->id] {
             appState_.moveImage(sourceId, targetId);
         },
         Qt::QueuedConnection);

@@ -7,8 +7,10 @@
 #include "shell/tween_workflow.h"
 
 #include <QWidget>
-
+#include <filesystem>
+#include <functional>
 #include <memory>
+#include <vector>
 
 class QStackedWidget;
 
@@ -52,6 +54,13 @@ public:
     EmptyState& emptyState() { return *emptyState_; }
     TweenSheet& tweenSheet() { return *tweenSheet_; }
 
+    using AddImages = std::function<void(std::vector<std::filesystem::path>)>;
+    // Where dropped files go first: a dynamic wallpaper among them may become a project instead;
+    // the offer hands back what is to be added as images. Without one, files are added.
+    void setDropOffer(std::function<void(std::vector<std::filesystem::path>, AddImages)> offer) {
+        dropOffer_ = std::move(offer);
+    }
+
     // The context menu of an image, as a right click shows it.
     void fillContextMenu(class QMenu& menu, int row);
 
@@ -86,6 +95,7 @@ private:
     ImageListView* listView_;
     SingleImageView* singleView_;
     TweenSheet* tweenSheet_;
+    std::function<void(std::vector<std::filesystem::path>, AddImages)> dropOffer_;
 };
 
 } // namespace lumivesper::ui
