@@ -39,6 +39,11 @@ constexpr SymbolIcon symbolIcons[] = {
     {"gear", "configure"},
     {"arrow.down.circle", "download"},
     {"wrench.and.screwdriver", "tools"},
+    {"sun.max", "weather-clear"},
+    {"moon.stars", "weather-clear-night"},
+    {"cursorarrow", "cursor-arrow"},
+    {"location", "find-location"},
+    {"arrow.clockwise", "view-refresh"},
 };
 
 } // namespace
@@ -46,9 +51,9 @@ constexpr SymbolIcon symbolIcons[] = {
 void installFallbackIconTheme() {
     // Some platform plugins (offscreen, minimal) search no system folder at all.
     QStringList searchPaths = QIcon::themeSearchPaths();
-    for (const QString& folder : QStandardPaths::locateAll(
-             QStandardPaths::GenericDataLocation, QStringLiteral("icons"),
-             QStandardPaths::LocateDirectory)) {
+    for (const QString& folder :
+         QStandardPaths::locateAll(QStandardPaths::GenericDataLocation, QStringLiteral("icons"),
+                                   QStandardPaths::LocateDirectory)) {
         if (!searchPaths.contains(folder))
             searchPaths << folder;
     }

@@ -4,6 +4,7 @@
 #include "settings/server_config.h"
 #include "platform/console.h"
 #include "ui/export/export_sheet.h"
+#include "ui/inspector/inspector_view.h"
 #include "ui/library/library_view.h"
 #include "ui/qt_text.h"
 #include "ui/settings/settings_dialog.h"
@@ -83,6 +84,11 @@ void LumivesperApp::fillMissingContent() {
             if (!library_)
                 return nullptr;
             return new ui::TimelineStrip(*library_, parent);
+        };
+    }
+    if (!content.makeInspector) {
+        content.makeInspector = [this](QWidget* parent) {
+            return new ui::InspectorView(appState_, mainThread_, {}, parent);
         };
     }
 }
