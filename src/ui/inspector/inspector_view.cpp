@@ -10,7 +10,7 @@
 #include "ui/symbol_icons.h"
 
 #include <QLabel>
-#include <QStackedWidget>
+#include <QScrollBar>
 #include <QVBoxLayout>
 
 namespace lumivesper::ui {
@@ -32,11 +32,15 @@ InspectorView::InspectorView(document::AppState& appState, platform::MainThread&
     setFrameShape(QFrame::NoFrame);
     setHorizontalScrollBarPolicy(Qt::ScrollBarAlwaysOff);
 
-    pages_ = new QStackedWidget;
-    placeholder_ = makePlaceholder(pages_);
-    pages_->addWidget(placeholder_);
+    // One of the two pages shows at a time; a hidden one takes no room, so the panel scrolls only
+    // for the page it shows.
+    auto* pages = new QWidget;
+    auto* pageLayout = new QVBoxLayout(pages);
+    pageLayout->setContentsMargins(0, 0, 0, 0);
+    placeholder_ = makePlaceholder(pages);
+    pageLayout->addWidget(placeholder_);
 
-    content_ = new QWidget(pages_);
+    content_ = new QWidget(pages);
     auto* column = new QVBoxLayout(content_);
     column->setContentsMargins(padding, padding, padding, padding);
     column->setSpacing(sectionSpacing);
@@ -58,8 +62,8 @@ InspectorView::InspectorView(document::AppState& appState, platform::MainThread&
     sunPreview_ = new SunPreview(appState, std::move(locationManager), content_);
     column->addWidget(sunPreview_);
     column->addStretch();
-    pages_->addWidget(content_);
-    setWidget(pages_);
+    pageLayout->addWidget(content_);
+    setWidget(pages);
 
     connect(modePicker_, &ModePicker::modeChosen, this,
             [this](document::WallpaperMode mode) { model_->chooseMode(mode); });
@@ -100,9 +104,16 @@ QWidget* InspectorView::makePlaceholder(QWidget* parent) {
     return page;
 }
 
+QSize InspectorView::minimumSizeHint() const {
+    const int width = widget()->minimumSizeHint().width() +
+                      verticalScrollBar()->sizeHint().width() + 2 * frameWidth();
+    return {width, QScrollArea::minimumSizeHint().height()};
+}
+
 void InspectorView::refresh() {
     const bool selected = model_->hasSelection();
-    pages_->setCurrentWidget(selected ? content_ : placeholder_);
+    placeholder_->setVisible(!selected);
+    content_->setVisible(selected);
     if (!selected)
         return;
     modePicker_->setMode(model_->mode());
@@ -111,6 +122,7 @@ void InspectorView::refresh() {
     const bool sun = model_->showsSunPreview();
     sunDivider_->setVisible(sun);
     sunPreview_->setVisible(sun);
+    updateGeometry();
 }
 
 } // namespace lumivesper::ui

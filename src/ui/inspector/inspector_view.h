@@ -6,8 +6,6 @@
 #include <QScrollArea>
 #include <memory>
 
-class QStackedWidget;
-
 namespace lumivesper::document {
 class AppState;
 }
@@ -46,12 +44,15 @@ public:
     ImageMetadataEditor* editor() const { return editor_; }
     SunPreview* sunPreview() const { return sunPreview_; }
 
+    // As wide as the widest row of the page shown, with room for the scroll bar: the panel
+    // scrolls up and down, never sideways.
+    QSize minimumSizeHint() const override;
+
 private:
     QWidget* makePlaceholder(QWidget* parent);
     void refresh();
 
     std::unique_ptr<shell::InspectorModel> model_;
-    QStackedWidget* pages_;
     QWidget* placeholder_;
     QWidget* content_;
     ModePicker* modePicker_;

@@ -2,6 +2,7 @@
 
 #include "shell/inspector_model.h"
 
+#include <QMouseEvent>
 #include <QPainter>
 #include <QSignalBlocker>
 #include <QStyleOptionSlider>
@@ -65,13 +66,44 @@ void TracklessSlider::userMoved(int position) {
     emit valueEdited(snapped);
 }
 
-void TracklessSlider::paintEvent(QPaintEvent*) {
-    QPainter painter(this);
+QRect TracklessSlider::knobRect() const {
     QStyleOptionSlider option;
     initStyleOption(&option);
-    // Only the knob (and the focus frame): the track is left out on purpose.
-    option.subControls = QStyle::SC_SliderHandle;
-    style()->drawComplexControl(QStyle::CC_Slider, &option, &painter, this);
+    return style()->subControlRect(QStyle::CC_Slider, &option, QStyle::SC_SliderHandle, this);
+}
+
+void TracklessSlider::mousePressEvent(QMouseEvent* event) {
+    const QRect knob = knobRect();
+    if (event->button() == Qt::LeftButton && !knob.contains(event->position().toPoint())) {
+        const int span = width() - knob.width();
+        const int x = event->position().toPoint().x() - knob.width() / 2;
+        setValue(QStyle::sliderValueFromPosition(minimum(), maximum(), x, span));
+    }
+    QSlider::mousePressEvent(event); // the knob is under the pointer now: this starts the drag
+}
+
+void TracklessSlider::paintEvent(QPaintEvent*) {
+    // Only a round knob where the style puts its handle: the track is left out on purpose.
+    QPainter painter(this);
+    painter.setRenderHint(QPainter::Antialiasing);
+    const QRect handle = knobRect();
+    const double diameter = std::min({handle.width(), handle.height(), 18}) - 2.0;
+    const QRectF knob(handle.center().x() - diameter / 2 + 0.5,
+                      handle.center().y() - diameter / 2 + 0.5, diameter, diameter);
+    const QPalette& colours = palette();
+    if (hasFocus()) {
+        QColor ring = colours.color(QPalette::Highlight);
+        ring.setAlphaF(0.5f);
+        painter.setPen(QPen(ring, 3));
+        painter.setBrush(Qt::NoBrush);
+        painter.drawEllipse(knob.adjusted(-1.5, -1.5, 1.5, 1.5));
+    }
+    painter.setPen(QPen(colours.color(QPalette::Shadow), 0.8));
+    QColor face = isSliderDown() ? colours.color(QPalette::Midlight) : QColor(Qt::white);
+    if (!isEnabled())
+        face = colours.color(QPalette::Disabled, QPalette::Button);
+    painter.setBrush(face);
+    painter.drawEllipse(knob);
 }
 
 } // namespace lumivesper::ui

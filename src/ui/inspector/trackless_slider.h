@@ -24,8 +24,12 @@ signals:
 
 protected:
     void paintEvent(QPaintEvent* event) override;
+    // A press beside the knob moves it there and starts a drag: with no track to page along,
+    // paging would be a surprise.
+    void mousePressEvent(QMouseEvent* event) override;
 
 private:
+    QRect knobRect() const;
     void userMoved(int position);
     int toPosition(double value) const;
 
