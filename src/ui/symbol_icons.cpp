@@ -43,7 +43,6 @@ constexpr SymbolIcon symbolIcons[] = {
     {"moon.stars", "weather-clear-night"},
     {"cursorarrow", "cursor-arrow"},
     {"location", "find-location"},
-    {"arrow.clockwise", "view-refresh"},
 };
 
 } // namespace

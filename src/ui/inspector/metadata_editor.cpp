@@ -8,27 +8,9 @@
 
 #include <QHBoxLayout>
 #include <QLabel>
-#include <QStackedWidget>
 #include <QVBoxLayout>
 
 namespace lumivesper::ui {
-
-namespace {
-
-// A stacked page that is only as tall as the page it shows.
-class FittingStack final : public QStackedWidget {
-public:
-    using QStackedWidget::QStackedWidget;
-    QSize sizeHint() const override {
-        return currentWidget() ? currentWidget()->sizeHint() : QStackedWidget::sizeHint();
-    }
-    QSize minimumSizeHint() const override {
-        return currentWidget() ? currentWidget()->minimumSizeHint()
-                               : QStackedWidget::minimumSizeHint();
-    }
-};
-
-} // namespace
 
 ImageMetadataEditor::ImageMetadataEditor(shell::InspectorModel& model, QWidget* parent)
     : QWidget(parent), model_(model) {
@@ -37,18 +19,16 @@ ImageMetadataEditor::ImageMetadataEditor(shell::InspectorModel& model, QWidget* 
     column->setSpacing(12);
     column->addWidget(inspector_text::heading(QStringLiteral("Metadata"), this));
 
-    pages_ = new FittingStack(this);
-    column->addWidget(pages_);
-
-    appearancePage_ = new QWidget(pages_);
+    // One of the two pages shows; the hidden one takes no room.
+    appearancePage_ = new QWidget(this);
     auto* appearanceLayout = new QHBoxLayout(appearancePage_);
     appearanceLayout->setContentsMargins(0, 0, 0, 0);
     lightSwitch_ = new ToggleSwitch(QStringLiteral("Light Appearance"), appearancePage_);
     appearanceLayout->addWidget(lightSwitch_);
     appearanceLayout->addStretch();
-    pages_->addWidget(appearancePage_);
+    column->addWidget(appearancePage_);
 
-    sunPage_ = new QWidget(pages_);
+    sunPage_ = new QWidget(this);
     auto* sunLayout = new QVBoxLayout(sunPage_);
     sunLayout->setContentsMargins(0, 0, 0, 0);
     sunLayout->setSpacing(12);
@@ -65,7 +45,7 @@ ImageMetadataEditor::ImageMetadataEditor(shell::InspectorModel& model, QWidget* 
     sunLayout->addWidget(sliderBlock(QStringLiteral("Azimuth"),
                                      QStringLiteral("Sun position from north (0° to 360°)"),
                                      azimuthSlider_, azimuthValue_));
-    pages_->addWidget(sunPage_);
+    column->addWidget(sunPage_);
 
     connect(altitudeSlider_, &TracklessSlider::valueEdited, this,
             [this](double value) { model_.setAltitude(value); });
@@ -97,8 +77,8 @@ QWidget* ImageMetadataEditor::sliderBlock(const QString& name, const QString& ca
 void ImageMetadataEditor::refresh() {
     const auto& values = model_.editorValues();
     const bool appearance = model_.mode() == document::WallpaperMode::appearance;
-    pages_->setCurrentWidget(appearance ? appearancePage_ : sunPage_);
-    pages_->updateGeometry();
+    appearancePage_->setVisible(appearance);
+    sunPage_->setVisible(!appearance);
 
     altitudeSlider_->setDoubleValue(values.altitude);
     azimuthSlider_->setDoubleValue(values.azimuth);

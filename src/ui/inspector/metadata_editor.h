@@ -3,7 +3,6 @@
 #include <QWidget>
 
 class QLabel;
-class QStackedWidget;
 
 namespace lumivesper::shell {
 class InspectorModel;
@@ -36,7 +35,6 @@ private:
                          QLabel* value);
 
     shell::InspectorModel& model_;
-    QStackedWidget* pages_;
     QWidget* sunPage_;
     QWidget* appearancePage_;
     TracklessSlider* altitudeSlider_;

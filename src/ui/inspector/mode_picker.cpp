@@ -1,6 +1,7 @@
 #include "ui/inspector/mode_picker.h"
 
 #include <QButtonGroup>
+#include <QEvent>
 #include <QHBoxLayout>
 #include <QPushButton>
 
@@ -33,6 +34,7 @@ ModePicker::ModePicker(QWidget* parent) : QWidget(parent) {
     group_->addButton(time_);
     group_->addButton(appearance_);
     connect(group_, &QButtonGroup::buttonClicked, this, [this](QAbstractButton* pressed) {
+        markChosen();
         emit modeChosen(pressed == time_ ? document::WallpaperMode::time
                                          : document::WallpaperMode::appearance);
     });
@@ -40,6 +42,26 @@ ModePicker::ModePicker(QWidget* parent) : QWidget(parent) {
 
 void ModePicker::setMode(document::WallpaperMode mode) {
     button(mode)->setChecked(true);
+    markChosen();
+}
+
+void ModePicker::markChosen() {
+    // A pressed button alone is hard to tell from a raised one in some palettes: the chosen half
+    // takes the selection colour.
+    for (QPushButton* half : {time_, appearance_}) {
+        QPalette colours = palette();
+        if (half->isChecked()) {
+            colours.setColor(QPalette::Button, colours.color(QPalette::Highlight));
+            colours.setColor(QPalette::ButtonText, colours.color(QPalette::HighlightedText));
+        }
+        half->setPalette(colours);
+    }
+}
+
+void ModePicker::changeEvent(QEvent* event) {
+    QWidget::changeEvent(event);
+    if (event->type() == QEvent::PaletteChange)
+        markChosen();
 }
 
 QPushButton* ModePicker::button(document::WallpaperMode mode) const {

@@ -22,7 +22,12 @@ public:
 signals:
     void modeChosen(lumivesper::document::WallpaperMode mode);
 
+protected:
+    void changeEvent(QEvent* event) override;
+
 private:
+    void markChosen();
+
     QButtonGroup* group_;
     QPushButton* time_;
     QPushButton* appearance_;

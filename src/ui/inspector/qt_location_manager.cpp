@@ -1,5 +1,6 @@
 #include "ui/inspector/qt_location_manager.h"
 
+#include <QDBusConnection>
 #include <QGeoCoordinate>
 #include <QGeoPositionInfo>
 #include <QMetaObject>
@@ -43,6 +44,13 @@ bool QtLocationManager::ensureSource() {
     source_ = QGeoPositionInfoSource::createDefaultSource(parameters, this);
     if (!source_)
         return false;
+    // GeoClue lives on the system bus; without one, a request would only time out.
+    if (source_->sourceName() == QLatin1String("geoclue2") &&
+        !QDBusConnection::systemBus().isConnected()) {
+        delete source_;
+        source_ = nullptr;
+        return false;
+    }
     connect(source_, &QGeoPositionInfoSource::positionUpdated, this,
             &QtLocationManager::positionUpdated);
     connect(source_, &QGeoPositionInfoSource::errorOccurred, this,
