@@ -28,6 +28,7 @@ private:
     Delegate* delegate_ = nullptr;
 };
 
+// A service over a scripted location source.
 class SolarPositionServiceTest : public ::testing::Test {
 protected:
     SolarPositionServiceTest() {
@@ -88,14 +89,8 @@ TEST(CoordinateTextTest, TheWholeTrimmedTextMustBeOneNumber) {
         EXPECT_FALSE(parseCoordinateText(refused)) << '"' << refused << '"';
 }
 
-class SunPreviewModelTest : public ::testing::Test {
+class SunPreviewModelTest : public SolarPositionServiceTest {
 protected:
-    SunPreviewModelTest() {
-        auto made = std::make_unique<ScriptedLocationManager>();
-        manager = made.get();
-        service = std::make_unique<SolarPositionService>(std::move(made));
-    }
-
     // The documented check: 2024-03-20 12:00 UTC at 40° N, 0° E puts the sun at 50.112°, 177.157°.
     static system_clock::time_point equinoxNoon() {
         return sys_days(year(2024) / March / 20) + hours(12);
@@ -117,8 +112,6 @@ protected:
     }
 
     document::AppState state;
-    ScriptedLocationManager* manager;
-    std::unique_ptr<SolarPositionService> service;
     system_clock::time_point clock = equinoxNoon();
 };
 
