@@ -39,6 +39,10 @@ constexpr SymbolIcon symbolIcons[] = {
     {"gear", "configure"},
     {"arrow.down.circle", "download"},
     {"wrench.and.screwdriver", "tools"},
+    {"sun.max", "weather-clear"},
+    {"moon.stars", "weather-clear-night"},
+    {"cursorarrow", "cursor-arrow"},
+    {"location", "find-location"},
 };
 
 } // namespace

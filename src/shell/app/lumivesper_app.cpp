@@ -8,6 +8,7 @@
 #include "ui/export/export_sheet.h"
 #include "ui/image_edit/image_edit_sheet.h"
 #include "ui/generation/magic_generate_sheet.h"
+#include "ui/inspector/inspector_view.h"
 #include "ui/library/library_view.h"
 #include "ui/qt_text.h"
 #include "ui/settings/settings_dialog.h"
@@ -121,6 +122,11 @@ void LumivesperApp::fillMissingContent() {
             if (!library_)
                 return nullptr;
             return new ui::TimelineStrip(*library_, parent);
+        };
+    }
+    if (!content.makeInspector) {
+        content.makeInspector = [this](QWidget* parent) {
+            return new ui::InspectorView(appState_, mainThread_, {}, parent);
         };
     }
 }
