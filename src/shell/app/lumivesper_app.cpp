@@ -6,9 +6,10 @@
 #include "platform/uuid.h"
 #include "settings/server_config.h"
 #include "ui/export/export_sheet.h"
-#include "ui/image_edit/image_edit_sheet.h"
 #include "ui/generation/magic_generate_sheet.h"
+#include "ui/image_edit/image_edit_sheet.h"
 #include "ui/inspector/inspector_view.h"
+#include "ui/inspector/sun_preview.h"
 #include "ui/library/library_view.h"
 #include "ui/qt_text.h"
 #include "ui/settings/settings_dialog.h"
@@ -18,6 +19,7 @@
 
 #include <QCoreApplication>
 #include <QPointer>
+#include <cmath>
 
 namespace lumivesper::shell {
 
@@ -126,7 +128,19 @@ void LumivesperApp::fillMissingContent() {
     }
     if (!content.makeInspector) {
         content.makeInspector = [this](QWidget* parent) {
-            return new ui::InspectorView(appState_, mainThread_, {}, parent);
+            auto* inspector = new ui::InspectorView(appState_, mainThread_, {}, parent);
+            // Setting the desktop background uses the place the sun preview shows, if any.
+            const QPointer<ui::InspectorView> guarded(inspector);
+            desktopBackground_->setLocationSource([guarded]() -> std::optional<desktop::Location> {
+                if (!guarded)
+                    return std::nullopt;
+                const auto place = guarded->sunPreview()->model().resolvedCoordinate();
+                if (!place || !(std::abs(place->latitude) <= 90) ||
+                    !(std::abs(place->longitude) <= 180))
+                    return std::nullopt; // none yet, or a number no place has
+                return desktop::Location{place->latitude, place->longitude};
+            });
+            return inspector;
         };
     }
 }
