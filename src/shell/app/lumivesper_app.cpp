@@ -5,6 +5,7 @@
 #include "platform/main_thread.h"
 #include "platform/uuid.h"
 #include "settings/server_config.h"
+#include "shell/sun_preview_model.h"
 #include "ui/export/export_sheet.h"
 #include "ui/generation/magic_generate_sheet.h"
 #include "ui/image_edit/image_edit_sheet.h"
