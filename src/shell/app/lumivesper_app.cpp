@@ -1,8 +1,8 @@
 #include "shell/app/lumivesper_app.h"
 
+#include "platform/console.h"
 #include "platform/main_thread.h"
 #include "settings/server_config.h"
-#include "platform/console.h"
 #include "ui/export/export_sheet.h"
 #include "ui/library/library_view.h"
 #include "ui/qt_text.h"
@@ -25,7 +25,8 @@ LumivesperApp::LumivesperApp(platform::Dialogs& dialogs, platform::MainThread& m
                 }),
       options_(std::move(options)),
       exportDriver_(std::make_unique<ExportDriver>(appState_, uiState_, dialogs, mainThread_,
-                                                   options_.makeUpscaler, options_.generateHeic)) {
+                                                   options_.makeUpscaler, options_.generateHeic,
+                                                   options_.tileSeconds)) {
     appState_.setUndoManager(&undoManager_);
     // The library makes display previews on its worker pool; opening a project must not.
     projectIO_.setLoadsPreviews(false);
@@ -46,9 +47,8 @@ QStringList LumivesperApp::launch(const QStringList& files) {
     window_ = std::make_unique<ui::MainWindow>(commandCenter_, delegate_, undoManager_,
                                                std::move(content), [this] { requestQuit(); });
     window_->show();
-    delegate_.bindCommandCenter(commandCenter_, [this](std::function<void()> work) {
-        mainThread_.post(std::move(work));
-    });
+    delegate_.bindCommandCenter(
+        commandCenter_, [this](std::function<void()> work) { mainThread_.post(std::move(work)); });
     return refused;
 }
 

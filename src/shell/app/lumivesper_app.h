@@ -14,7 +14,6 @@
 #include "ui/main_window.h"
 
 #include <QStringList>
-
 #include <functional>
 #include <memory>
 
@@ -41,6 +40,8 @@ public:
         // The export's upscaler and encoder; tests replace them.
         ExportDriver::UpscalerFactory makeUpscaler = ExportDriver::standardUpscalerFactory();
         ExportDriver::Generator generateHeic = ExportDriver::standardGenerator();
+        // The measured time of an upscaled tile, for the export sheet's estimate.
+        UpscaleEstimator::TileSeconds tileSeconds = UpscaleEstimator::standardTileSeconds();
         // Leaves the event loop once quitting has been decided.
         std::function<void()> exit;
     };

@@ -101,10 +101,18 @@ ExportSheet::ExportSheet(shell::AppUIState& uiState, shell::ExportDriver& driver
     const auto readiness =
         shell::upscalerReadiness(upscale::findUpscaleModel(), upscale::upscaleModelCandidates());
     upscalerText_->setText(toQString(readiness.text));
+    upscalerReady_ = readiness.ready;
     if (!readiness.ready)
         upscalerIcon_->setPixmap(symbolIcon("exclamationmark.triangle").pixmap(16, 16));
     upscalerRow_->setObjectName(QStringLiteral("upscalerStatus"));
     column->addWidget(upscalerRow_);
+    // Under the status, in line with its text: how long the upscaling will take.
+    upscaleEstimate_ = caption(QString(), this);
+    upscaleEstimate_->setObjectName(QStringLiteral("upscaleEstimate"));
+    upscaleEstimate_->setAccessibleName(QStringLiteral("Upscaling estimate"));
+    upscaleEstimate_->setTextInteractionFlags(Qt::TextSelectableByMouse);
+    upscaleEstimate_->setContentsMargins(22, 0, 0, 0);
+    column->addWidget(upscaleEstimate_);
 
     QLabel* validationIcon = nullptr;
     validationRow_ = statusRow("exclamationmark.triangle", validationIcon, validationText_, this);
@@ -136,6 +144,7 @@ ExportSheet::ExportSheet(shell::AppUIState& uiState, shell::ExportDriver& driver
     driver_.resetProgress();
     optionChanges_ = uiState_.observe([this] { refresh(); });
     exportChanges_ = driver_.observe([this] { refresh(); });
+    estimateChanges_ = driver_.upscaleEstimator().observe([this] { refresh(); });
 
     // The two choices are read from the options once, as the sheet appears; later edits under
     // "Advanced" do not move them.
@@ -256,6 +265,22 @@ QWidget* ExportSheet::makeAdvanced() {
     keepFramesNote_->setContentsMargins(20, 0, 0, 0);
     column->addWidget(keepFramesNote_);
 
+    auto* qualityLine = new QHBoxLayout;
+    encoderQuality_ = new QLineEdit(box);
+    encoderQuality_->setObjectName(QStringLiteral("encoderQuality"));
+    encoderQuality_->setAccessibleName(QStringLiteral("Quality"));
+    encoderQuality_->setPlaceholderText(QStringLiteral("0–100"));
+    encoderQuality_->setFixedWidth(90);
+    encoderQuality_->setText(QString::number(uiState_.exportOptions().quality));
+    qualityLine->addWidget(new QLabel(QStringLiteral("Quality"), box));
+    qualityLine->addWidget(encoderQuality_);
+    qualityLine->addWidget(
+        caption(QStringLiteral("0 makes the smallest file, 100 the best picture; 50 is the "
+                               "usual balance."),
+                box),
+        1);
+    column->addLayout(qualityLine);
+
     connect(resize_, &QCheckBox::toggled, this,
             [this](bool on) { edit([on](HeicExportOptions& o) { o.resizeEnabled = on; }); });
     connect(canvas_, &QComboBox::activated, this, [this](int index) {
@@ -278,6 +303,14 @@ QWidget* ExportSheet::makeAdvanced() {
             [this](bool on) { edit([on](HeicExportOptions& o) { o.enableDither = on; }); });
     connect(keepFrames_, &QCheckBox::toggled, this, [this](bool on) {
         edit([on](HeicExportOptions& o) { o.keepPreprocessedFrames = on; });
+    });
+    // A quality being typed may be invalid for a while: the options keep the last valid one, and
+    // the validation line and the disabled "Export" say what is wrong meanwhile.
+    connect(encoderQuality_, &QLineEdit::textEdited, this, [this](const QString& value) {
+        if (const auto quality = exporting::parseQuality(toStdString(value)))
+            edit([quality](HeicExportOptions& o) { o.quality = *quality; });
+        else
+            refresh();
     });
     return box;
 }
@@ -358,7 +391,23 @@ void ExportSheet::refresh() {
     keepFramesNote_->setVisible(options.keepPreprocessedFrames);
 
     upscalerRow_->setVisible(!running && options.upscaleEnabled);
-    const auto validation = options.validationError();
+    if (options.upscaleEnabled && upscalerReady_ && estimatedOptions_ != options) {
+        estimatedOptions_ = options;
+        driver_.requestUpscaleEstimate(options);
+    }
+    const QString estimate = toQString(driver_.upscaleEstimator().text());
+    upscaleEstimate_->setText(estimate);
+    upscaleEstimate_->setVisible(!running && options.upscaleEnabled && upscalerReady_ &&
+                                 !estimate.isEmpty());
+
+    // The field's own text counts while it holds one the options could not take.
+    const bool qualityValid =
+        exporting::parseQuality(toStdString(encoderQuality_->text())).has_value();
+    if (qualityValid && !encoderQuality_->hasFocus())
+        setTextKeepingCursor(encoderQuality_, QString::number(options.quality));
+    auto validation = options.validationError();
+    if (!validation && !qualityValid)
+        validation = std::string(exporting::invalidQualityText);
     validationRow_->setVisible(!running && validation.has_value());
     validationText_->setText(validation ? toQString(*validation) : QString());
     statusMessage_->setVisible(!running && !state.exportMessage.empty());
