@@ -200,7 +200,6 @@ QWidget* ExportSheet::makeChoices() {
     connect(advancedToggle_, &QToolButton::toggled, this, [this](bool expanded) {
         advancedToggle_->setArrowType(expanded ? Qt::DownArrow : Qt::RightArrow);
         refresh();
-        adjustSize();
     });
     return box;
 }
@@ -361,7 +360,6 @@ void ExportSheet::refresh() {
     const shell::ExportProgressState& state = driver_.state();
     const bool running = state.isExportingHeic;
 
-    const bool switched = progressView_->isVisibleTo(this) != running;
     choices_->setVisible(!running);
     progressView_->setVisible(running);
     advanced_->setVisible(advancedToggle_->isChecked());
@@ -424,8 +422,19 @@ void ExportSheet::refresh() {
     dismiss_->setText(text(shell::dismissButtonTitle(state.exportMessage)));
     export_->setVisible(!running);
     export_->setEnabled(!validation);
-    if (switched)
-        adjustSize(); // the progress view and the choices differ in height
+    // The sheet fits what it shows: rows come and go with the options, and the progress view and
+    // the choices differ in height.
+    unsigned shown = 0;
+    const QWidget* const rows[] = {choices_,         progressView_,  advanced_,       canvasRow_,
+                                   customSizeRow_,   strategyRow_,   keepFramesNote_, upscalerRow_,
+                                   upscaleEstimate_, validationRow_, statusMessage_};
+    for (const QWidget* row : rows)
+        shown = shown << 1 | (row->isVisibleTo(this) ? 1u : 0u);
+    if (shown != shownRows_) {
+        shownRows_ = shown;
+        // Once the layout has taken the change in: its size hint is stale until then.
+        QMetaObject::invokeMethod(this, &QWidget::adjustSize, Qt::QueuedConnection);
+    }
 }
 
 void ExportSheet::reject() {

@@ -90,6 +90,7 @@ private:
     platform::Subscription estimateChanges_;
     // The options the shown estimate was asked for; a new one is asked when they change.
     std::optional<exporting::HeicExportOptions> estimatedOptions_;
+    unsigned shownRows_ = 0; // which rows were visible when the sheet last fitted itself
 };
 
 } // namespace lumivesper::ui
