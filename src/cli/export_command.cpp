@@ -8,9 +8,9 @@
 #include "export/heic_generator.h"
 #include "export/heic_generator_error.h"
 #include "export/tween_generator.h"
-#include "export/upscale_workload.h"
 #include "export/upscale/onnx_upscale_tool.h"
 #include "export/upscale/upscale_error.h"
+#include "export/upscale_workload.h"
 #include "platform/cancellation.h"
 #include "platform/console.h"
 
