@@ -10,6 +10,7 @@
 #include "export/tween_generator.h"
 #include "export/upscale/onnx_upscale_tool.h"
 #include "export/upscale/upscale_error.h"
+#include "export/upscale_workload.h"
 #include "platform/cancellation.h"
 #include "platform/console.h"
 
@@ -164,6 +165,22 @@ std::optional<exporting::HeicExportOptions> parseCanvas(const std::string& value
     return options;
 }
 
+// The upscaling time to expect, on one line before the work: the tile count of the frames times
+// the seconds a tile takes here. Without an earlier measurement one tile is timed now; it costs
+// one tile of a run of usually hundreds, and is kept for every later estimate.
+void printUpscaleEstimate(const upscale::OnnxUpscaleTool& tool,
+                          const std::vector<WallpaperImage>& images,
+                          const exporting::HeicExportOptions& options, ProgressPrinter& printer,
+                          std::stop_token stop) {
+    const auto workload = exporting::upscaleWorkload(images, options);
+    if (workload.tiles == 0)
+        return;
+    std::optional<double> seconds = tool.measuredSecondsPerTile();
+    if (!seconds)
+        seconds = tool.measureTileSeconds(std::move(stop));
+    printer.write(upscale::upscaleEstimateText(workload, seconds));
+}
+
 } // namespace
 
 int runExport(const CommandContext& context) {
@@ -227,14 +244,14 @@ int runExport(const CommandContext& context) {
                 }
                 options = *parsed;
             } else if (argument == "--quality") {
-                const auto quality = parseNumber(value);
-                if (!quality || *quality < 0 || *quality > 100 || *quality != std::floor(*quality)) {
+                const auto quality = exporting::parseQuality(value);
+                if (!quality) {
                     context.err << "lumivesper-cli export: --quality must be a whole number from 0 "
                                    "to 100, not '"
                                 << value << "'\n";
                     return exitUsage;
                 }
-                options.quality = static_cast<int>(*quality);
+                options.quality = *quality;
             } else if (argument == "--upscale") {
                 if (value == "off") {
                     options.upscaleEnabled = false;
@@ -348,8 +365,11 @@ int runExport(const CommandContext& context) {
     std::string failure;
     try {
         std::shared_ptr<upscale::ImageUpscalingTool> upscaler;
-        if (options.upscaleEnabled)
-            upscaler = std::make_shared<upscale::OnnxUpscaleTool>();
+        if (options.upscaleEnabled) {
+            auto tool = std::make_shared<upscale::OnnxUpscaleTool>();
+            printUpscaleEstimate(*tool, state.images(), options, printer, interrupt.token());
+            upscaler = std::move(tool);
+        }
         config = exporting::makePreprocessConfig(options, upscaler);
         exporting::HeicGenerator(exporting::encoderSettingsForQuality(options.quality))
             .generate(state.images(), *output, mode, config, progress, interrupt.token());

@@ -19,7 +19,8 @@ constexpr std::pair<HeicCanvasPreset, std::string_view> rawValues[] = {
     {HeicCanvasPreset::custom, "custom"},
 };
 
-std::optional<double> parsePositive(std::string_view text) {
+// The whole text, trimmed of white space, as a finite number.
+std::optional<double> parseWholeNumber(std::string_view text) {
     const auto isSpace = [](char c) {
         return c == ' ' || c == '\t' || c == '\n' || c == '\r' || c == '\v' || c == '\f';
     };
@@ -30,7 +31,14 @@ std::optional<double> parsePositive(std::string_view text) {
     double value = 0;
     const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), value);
     if (text.empty() || error != std::errc() || end != text.data() + text.size() ||
-        !std::isfinite(value) || value <= 0)
+        !std::isfinite(value))
+        return std::nullopt;
+    return value;
+}
+
+std::optional<double> parsePositive(std::string_view text) {
+    const auto value = parseWholeNumber(text);
+    if (!value || *value <= 0)
         return std::nullopt;
     return value;
 }
@@ -102,6 +110,13 @@ std::optional<std::string> HeicExportOptions::validationError() const {
     if (resizeEnabled && canvasPreset == HeicCanvasPreset::custom && !customSize())
         return "Enter a valid custom canvas size.";
     return std::nullopt;
+}
+
+std::optional<int> parseQuality(std::string_view text) {
+    const auto value = parseWholeNumber(text);
+    if (!value || *value < 0 || *value > 100 || *value != std::floor(*value))
+        return std::nullopt;
+    return static_cast<int>(*value);
 }
 
 std::optional<HeicPreprocessConfig>

@@ -46,6 +46,13 @@ struct HeicExportOptions {
     std::optional<std::string> validationError() const;
 };
 
+// A quality as the user writes it: a whole number from 0 to 100, blanks around it allowed
+// ("80", " 80 ", "80.0"); none for anything else.
+std::optional<int> parseQuality(std::string_view text);
+
+// The text the export sheet shows for a quality that parseQuality() refuses.
+inline constexpr std::string_view invalidQualityText = "Enter a quality from 0 to 100.";
+
 // The preprocessing an export needs, or none when it needs none (also when upscaling was wanted
 // but no upscaler could be had and nothing else is on). Kept frames go to a new folder named by
 // local time under the data folder; others to a fresh temporary folder.

@@ -37,10 +37,17 @@ public:
     void passStarted(std::size_t position, int pass, int passes) {
         std::lock_guard lock(mutex_);
         if (progress_)
+            progress_(finished_, total_, passText(position, pass, passes));
+    }
+
+    // A tile of a pass: the pass's own text, so that the frame's status reads the same, with the
+    // tile after it.
+    void tileDone(std::size_t position, int pass, int passes, std::size_t tile, std::size_t tiles) {
+        std::lock_guard lock(mutex_);
+        if (progress_)
             progress_(finished_, total_,
-                      "Upscaling frame " + std::to_string(position + 1) + "/" +
-                          std::to_string(total_) + " (pass " + std::to_string(pass) + "/" +
-                          std::to_string(passes) + ")");
+                      passText(position, pass, passes) + ": tile " + std::to_string(tile) + "/" +
+                          std::to_string(tiles));
     }
 
     void frameFinished() {
@@ -53,6 +60,11 @@ public:
     }
 
 private:
+    std::string passText(std::size_t position, int pass, int passes) const {
+        return "Upscaling frame " + std::to_string(position + 1) + "/" + std::to_string(total_) +
+               " (pass " + std::to_string(pass) + "/" + std::to_string(passes) + ")";
+    }
+
     std::mutex mutex_;
     const ProgressCallback& progress_;
     int total_;
@@ -103,7 +115,10 @@ HeicFrameSource preprocessFrame(const HeicPreprocessConfig& config,
         progress.passStarted(position, pass, passes);
         const auto next = folder / (prefix + "_up" + std::to_string(pass) + ".png");
         const int scale = plan.steps[pass - 1].scale;
-        config.upscaler->upscale(current, next, scale, stop);
+        config.upscaler->upscale(current, next, scale, stop,
+                                 [&](std::size_t tile, std::size_t tiles) {
+                                     progress.tileDone(position, pass, passes, tile, tiles);
+                                 });
         tracked = {tracked.width * scale, tracked.height * scale};
         if (current != normalized)
             removeQuietly(current);

@@ -37,6 +37,10 @@ std::filesystem::path stateHome() {
     return xdgDirectory("XDG_STATE_HOME", ".local/state");
 }
 
+std::filesystem::path cacheHome() {
+    return xdgDirectory("XDG_CACHE_HOME", ".cache");
+}
+
 std::filesystem::path temporaryDirectory() {
     return std::filesystem::temp_directory_path();
 }

@@ -10,6 +10,8 @@ std::filesystem::path dataHome();
 std::filesystem::path configHome();
 // $XDG_STATE_HOME, or ~/.local/state: logs and other state worth keeping across runs.
 std::filesystem::path stateHome();
+// $XDG_CACHE_HOME, or ~/.cache: what can be made again, such as measurements.
+std::filesystem::path cacheHome();
 // The system's temporary folder.
 std::filesystem::path temporaryDirectory();
 

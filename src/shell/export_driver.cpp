@@ -46,7 +46,8 @@ ExportSettings exportSettings(const exporting::HeicExportOptions& options) {
     return {options.upscaleEnabled, options.keepPreprocessedFrames,
             [options](std::shared_ptr<upscale::ImageUpscalingTool> upscaler) {
                 return exporting::makePreprocessConfig(options, std::move(upscaler));
-            }};
+            },
+            options.quality};
 }
 
 ExportDriver::UpscalerFactory ExportDriver::standardUpscalerFactory() {
@@ -55,19 +56,21 @@ ExportDriver::UpscalerFactory ExportDriver::standardUpscalerFactory() {
 
 ExportDriver::Generator ExportDriver::standardGenerator() {
     return [](const std::vector<document::WallpaperImage>& images,
-              const std::filesystem::path& output, document::WallpaperMode mode,
+              const std::filesystem::path& output, document::WallpaperMode mode, int quality,
               const std::optional<exporting::HeicPreprocessConfig>& config,
               const exporting::ProgressCallback& progress, std::stop_token stop) {
-        exporting::HeicGenerator().generate(images, output, mode, config, progress,
-                                            std::move(stop));
+        exporting::HeicGenerator(exporting::encoderSettingsForQuality(quality))
+            .generate(images, output, mode, config, progress, std::move(stop));
     };
 }
 
 ExportDriver::ExportDriver(document::AppState& appState, AppUIState& uiState,
                            platform::Dialogs& dialogs, platform::MainThread& mainThread,
-                           UpscalerFactory makeUpscaler, Generator generator)
+                           UpscalerFactory makeUpscaler, Generator generator,
+                           UpscaleEstimator::TileSeconds tileSeconds)
     : appState_(appState), uiState_(uiState), dialogs_(dialogs), mainThread_(mainThread),
-      makeUpscaler_(std::move(makeUpscaler)), generator_(std::move(generator)) {}
+      makeUpscaler_(std::move(makeUpscaler)), generator_(std::move(generator)),
+      estimator_(mainThread, std::move(tileSeconds)) {}
 
 ExportDriver::~ExportDriver() {
     // Every export still running stops at its next check (at most the frame being encoded), so
@@ -79,6 +82,10 @@ ExportDriver::~ExportDriver() {
 
 void ExportDriver::startExport() {
     startExport(exportSettings(uiState_.exportOptions()));
+}
+
+void ExportDriver::requestUpscaleEstimate(const exporting::HeicExportOptions& options) {
+    estimator_.request(appState_.images(), options);
 }
 
 void ExportDriver::resetProgress() {
@@ -185,7 +192,7 @@ void ExportDriver::run(std::shared_ptr<Task> task, std::vector<document::Wallpap
                 updateFrameStatuses(state_.exportFrames, text);
             });
         };
-        generator_(images, destination, mode, config, progress, stop);
+        generator_(images, destination, mode, settings.quality, config, progress, stop);
         consoleLine("=== EXPORT SUCCEEDED ===");
         message = settings.keepPreprocessedFrames && config
                       ? "Export complete! Preprocessed frames kept for reuse."

@@ -5,6 +5,7 @@
 #include "export/heic_frame.h"
 #include "platform/main_thread.h"
 #include "platform/observer_list.h"
+#include "shell/export_estimate.h"
 #include "shell/export_frame_status.h"
 #include "shell/lifetime_token.h"
 
@@ -40,6 +41,7 @@ struct ExportSettings {
     std::function<std::optional<exporting::HeicPreprocessConfig>(
         std::shared_ptr<upscale::ImageUpscalingTool>)>
         makeConfig;
+    int quality = exporting::defaultQuality; // the encoder's, 0 to 100
 };
 
 // The driver's settings for an export with the sheet's options.
@@ -61,16 +63,18 @@ public:
     using UpscalerFactory = std::function<std::shared_ptr<upscale::ImageUpscalingTool>()>;
     using Generator = std::function<void(
         const std::vector<document::WallpaperImage>& images, const std::filesystem::path& output,
-        document::WallpaperMode mode, const std::optional<exporting::HeicPreprocessConfig>& config,
+        document::WallpaperMode mode, int quality,
+        const std::optional<exporting::HeicPreprocessConfig>& config,
         const exporting::ProgressCallback& progress, std::stop_token stop)>;
 
     // The real upscaler (the ONNX tile upscaler) and the real generator.
     static UpscalerFactory standardUpscalerFactory();
     static Generator standardGenerator();
 
-    ExportDriver(document::AppState& appState, AppUIState& uiState, platform::Dialogs& dialogs,
-                 platform::MainThread& mainThread, UpscalerFactory makeUpscaler,
-                 Generator generator);
+    ExportDriver(
+        document::AppState& appState, AppUIState& uiState, platform::Dialogs& dialogs,
+        platform::MainThread& mainThread, UpscalerFactory makeUpscaler, Generator generator,
+        UpscaleEstimator::TileSeconds tileSeconds = UpscaleEstimator::standardTileSeconds());
     ~ExportDriver(); // stops any running export and waits for it to reach its next check
     ExportDriver(const ExportDriver&) = delete;
     ExportDriver& operator=(const ExportDriver&) = delete;
@@ -86,6 +90,11 @@ public:
     void cancelExport();
 
     const ExportProgressState& state() const { return state_; }
+
+    // The upscaling estimate of the document as it stands, with `options`; the text arrives in
+    // upscaleEstimator().
+    void requestUpscaleEstimate(const exporting::HeicExportOptions& options);
+    UpscaleEstimator& upscaleEstimator() { return estimator_; }
     [[nodiscard]] platform::Subscription observe(std::function<void()> observer) {
         return changed_.subscribe(std::move(observer));
     }
@@ -106,6 +115,7 @@ private:
     UpscalerFactory makeUpscaler_;
     Generator generator_;
     ExportProgressState state_;
+    UpscaleEstimator estimator_;
     std::shared_ptr<Task> current_;
     struct Worker {
         std::shared_ptr<Task> task;

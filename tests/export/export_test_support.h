@@ -21,7 +21,7 @@ public:
     }
 
     void upscale(const std::filesystem::path& input, const std::filesystem::path& output, int scale,
-                 std::stop_token) const override {
+                 std::stop_token, const upscale::TileProgress& progress) const override {
         if (beforeUpscale)
             beforeUpscale(input);
         const auto source = platform::loadImage(input);
@@ -30,10 +30,13 @@ public:
             for (int x = 0; x < result.width; ++x)
                 std::copy_n(source.pixel(x / scale, y / scale), 4, result.pixel(x, y));
         platform::writePng(result, output);
+        for (int tile = 1; tile <= tilesPerUpscale && progress; ++tile)
+            progress(tile, tilesPerUpscale);
         ++upscales;
     }
 
     mutable std::atomic<int> factorRequests = 0, upscales = 0;
+    int tilesPerUpscale = 0; // tiles reported by each upscale
     std::function<void(const std::filesystem::path&)> beforeUpscale;
 
 private:

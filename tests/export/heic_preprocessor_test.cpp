@@ -124,11 +124,17 @@ TEST_F(HeicPreprocessorTest, FramesKeepTheirSizeWithoutATargetAndOnlyFinalFilesR
     reports.clear();
     configuration = config(FrameSize{80, 40}, true); // 20x10 needs two passes of 2
     configuration.upscaleStrategy = upscale::HeicUpscaleStrategy::max;
+    upscaler->tilesPerUpscale = 2;
     EXPECT_EQ(run(configuration, {solid("a.png", 20, 10)}).frames.at(0).size, (FrameSize{80, 40}));
     EXPECT_EQ(upscaler->upscales, 2);
-    EXPECT_THAT(reports,
-                ElementsAre("0/1 Upscaling frame 1/1 (pass 1/2)",
-                            "0/1 Upscaling frame 1/1 (pass 2/2)", "1/1 Preprocessed frame 1/1"));
+    // Each pass is announced as it always was; its tiles follow with the same frame text.
+    EXPECT_THAT(reports, ElementsAre("0/1 Upscaling frame 1/1 (pass 1/2)",
+                                     "0/1 Upscaling frame 1/1 (pass 1/2): tile 1/2",
+                                     "0/1 Upscaling frame 1/1 (pass 1/2): tile 2/2",
+                                     "0/1 Upscaling frame 1/1 (pass 2/2)",
+                                     "0/1 Upscaling frame 1/1 (pass 2/2): tile 1/2",
+                                     "0/1 Upscaling frame 1/1 (pass 2/2): tile 2/2",
+                                     "1/1 Preprocessed frame 1/1"));
     EXPECT_THAT(filesIn(configuration.outputDirectory), ElementsAre("frame_0001.png"));
 }
 

@@ -46,7 +46,7 @@ protected:
 TEST_F(ExportDriverTest, StatusesFollowTheGeneratorsMessages) {
     std::vector<std::vector<ExportFrameStatus>> seen;
     auto driver = makeDriver(
-        [&](auto&&, auto&&, auto, auto&&, const ProgressCallback& progress, std::stop_token) {
+        [&](auto&&, auto&&, auto, int, auto&&, const ProgressCallback& progress, std::stop_token) {
             progress(0, 6, "Starting generation...");
             progress(1, 6, "Upscaling frame 2/2 (pass 1/2)");
             progress(4, 6, "Regenerating tweens...");
@@ -87,6 +87,12 @@ TEST(ExportFrameStatusTest, TakesTheFirstFractionOfTheMessage) {
     EXPECT_EQ(frames[1].status, ExportFrameStatus::pending);
     EXPECT_EQ(frames[2].status, ExportFrameStatus::complete);
     EXPECT_EQ(frames[3].status, ExportFrameStatus::upscaling);
+    // The tile reports of a pass mark the same frames.
+    std::vector<ExportFrameInfo> tiled(4);
+    tiled[1].isKeyFrame = false;
+    updateFrameStatuses(tiled, "Upscaling frame 3/12 (pass 2/2): tile 40/45");
+    for (std::size_t i = 0; i < frames.size(); ++i)
+        EXPECT_EQ(tiled[i].status, frames[i].status) << i;
 
     std::vector<ExportFrameInfo> unchanged(2);
     updateFrameStatuses(unchanged, "Upscaling frame without numbers");
@@ -140,15 +146,16 @@ TEST_F(ExportDriverTest, CancelMidRunEndsWithCancelledAndStopsTheGenerator) {
     bool started = false;
     bool sawStop = false;
     {
-        auto driver = makeDriver([&](auto&&, auto&&, auto, auto&&, auto&&, std::stop_token stop) {
-            std::unique_lock lock(mutex);
-            started = true;
-            changed.notify_all();
-            std::condition_variable_any wait;
-            wait.wait_for(lock, stop, std::chrono::seconds(20), [] { return false; });
-            sawStop = stop.stop_requested();
-            platform::throwIfCancelled(stop);
-        });
+        auto driver =
+            makeDriver([&](auto&&, auto&&, auto, int, auto&&, auto&&, std::stop_token stop) {
+                std::unique_lock lock(mutex);
+                started = true;
+                changed.notify_all();
+                std::condition_variable_any wait;
+                wait.wait_for(lock, stop, std::chrono::seconds(20), [] { return false; });
+                sawStop = stop.stop_requested();
+                platform::throwIfCancelled(stop);
+            });
         driver.exportTo(destination, {false, false, {}});
         {
             std::unique_lock lock(mutex);
@@ -182,7 +189,7 @@ TEST_F(ExportDriverTest, ClosingStopsAnExportAfterTheFrameInHandAndWritesNothing
     std::condition_variable changed;
     std::vector<std::string> messages;
     {
-        auto driver = makeDriver([&](const auto& frames, const auto& output, auto mode,
+        auto driver = makeDriver([&](const auto& frames, const auto& output, auto mode, int,
                                      const auto& config, auto&&, std::stop_token stop) {
             exporting::HeicGenerator().generate(
                 frames, output, mode, config,
@@ -226,7 +233,7 @@ TEST_F(ExportDriverTest, AFailedOrCancelledExportRemovesItsFramesUnlessTheyAreKe
             return std::optional(config);
         };
         // As preprocessing does when a later frame fails: the first frame's file is written.
-        auto driver = makeDriver([&](auto&&, auto&&, auto, const auto& config, auto&&, auto) {
+        auto driver = makeDriver([&](auto&&, auto&&, auto, int, const auto& config, auto&&, auto) {
             std::filesystem::create_directories(config->outputDirectory);
             std::ofstream(config->outputDirectory / "frame_0001.png") << "pixels";
             std::rethrow_exception(ending);
@@ -272,7 +279,7 @@ TEST_F(ExportDriverTest, SheetOptionsReachTheGeneratorAsAConfiguration) {
     std::optional<HeicPreprocessConfig> received;
     bool upscalerMade = false;
     auto driver =
-        makeDriver([&](auto&&, auto&&, auto, const std::optional<HeicPreprocessConfig>& config,
+        makeDriver([&](auto&&, auto&&, auto, int, const std::optional<HeicPreprocessConfig>& config,
                        auto&&, std::stop_token) { received = config; },
                    [&]() -> std::shared_ptr<upscale::ImageUpscalingTool> {
                        upscalerMade = true;

@@ -8,6 +8,10 @@
 
 namespace lumivesper::upscale {
 
+namespace onednn {
+struct Plan;
+}
+
 // A model that uses an operator, attribute or shape this engine does not run.
 class UnsupportedNetwork : public std::runtime_error {
 public:
@@ -30,11 +34,9 @@ struct DnnlOptions {
 
 class DnnlTileNetwork final : public TileNetwork {
 public:
-
     // Plans the network for the model's fixed 1x3xHxW input, or 1x3x`side`x`side` where the
     // model leaves the size open. Throws UnsupportedNetwork.
-    explicit DnnlTileNetwork(const OnnxModel& model, int side = 512,
-                             DnnlOptions options = {});
+    explicit DnnlTileNetwork(const OnnxModel& model, int side = 512, DnnlOptions options = {});
     ~DnnlTileNetwork() override;
     DnnlTileNetwork(const DnnlTileNetwork&) = delete;
     DnnlTileNetwork& operator=(const DnnlTileNetwork&) = delete;
@@ -46,8 +48,7 @@ public:
     int convolutions() const;
 
 private:
-    struct Plan;
-    std::unique_ptr<Plan> plan_;
+    std::unique_ptr<onednn::Plan> plan_;
 };
 
 } // namespace lumivesper::upscale

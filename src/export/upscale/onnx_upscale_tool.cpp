@@ -1,7 +1,7 @@
 #include "export/upscale/onnx_upscale_tool.h"
 
-#include "export/upscale/model_location.h"
 #include "export/upscale/dnnl_tile_network.h"
+#include "export/upscale/model_location.h"
 #include "export/upscale/onnx_model.h"
 #include "export/upscale/opencv_tile_network.h"
 #include "export/upscale/tile_network_pool.h"
@@ -15,6 +15,7 @@
 #include <cstdio>
 #include <fstream>
 #include <opencv2/imgproc.hpp>
+#include <thread>
 
 namespace lumivesper::upscale {
 
@@ -84,11 +85,13 @@ void carryAlpha(const platform::PixelImage& source, platform::PixelImage& upscal
 
 } // namespace
 
-OnnxUpscaleTool::OnnxUpscaleTool() : OnnxUpscaleTool(locatedModel()) {}
+OnnxUpscaleTool::OnnxUpscaleTool()
+    : OnnxUpscaleTool(locatedModel(), ComputeTarget::automatic, defaultMaxNetworks,
+                      TileTimeCache(TileTimeCache::standardLocation())) {}
 
 OnnxUpscaleTool::OnnxUpscaleTool(const std::filesystem::path& modelPath, ComputeTarget target,
-                                 std::size_t maxNetworks)
-    : modelPath_(modelPath) {
+                                 std::size_t maxNetworks, std::optional<TileTimeCache> tileTimes)
+    : modelPath_(modelPath), tileTimes_(std::move(tileTimes)) {
     try {
         auto bytes = std::make_shared<const std::vector<char>>(readModelBytes(modelPath));
         OnnxModel model;
@@ -137,6 +140,8 @@ OnnxUpscaleTool::OnnxUpscaleTool(const std::filesystem::path& modelPath, Compute
         platform::consoleLine("❌ Upscaling model could not be loaded from " + modelPath.string());
         throw;
     }
+    tileTimeKey_ =
+        tileTimeKey(modelPath, usesGpu_ ? engine_ : "cpu", std::thread::hardware_concurrency());
     platform::consoleLine("🔧 Upscaler: " + modelPath.string() + " runs with " + engine_);
 }
 
@@ -148,7 +153,8 @@ platform::PixelImage OnnxUpscaleTool::upscaleTile(const platform::PixelImage& ti
 }
 
 platform::PixelImage OnnxUpscaleTool::upscaleImage(const platform::PixelImage& image,
-                                                   std::stop_token stop) const {
+                                                   std::stop_token stop,
+                                                   const TileProgress& progress) const {
     if (image.width < tileSize || image.height < tileSize)
         throw UpscaleError::invalidInputSize();
     // One network serves all tiles of an image, which run in sequence anyway. Holding it for the
@@ -165,23 +171,29 @@ platform::PixelImage OnnxUpscaleTool::upscaleImage(const platform::PixelImage& i
             std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
         const double perTile = seconds / static_cast<double>(done);
         char line[160];
-        std::snprintf(line, sizeof line,
-                      "   Upscaled tile %zu/%zu of a %dx%d image (%.1f s a tile, about %.0f s left)",
-                      done, tiles, image.width, image.height, perTile,
-                      perTile * static_cast<double>(tiles - done));
+        std::snprintf(
+            line, sizeof line,
+            "   Upscaled tile %zu/%zu of a %dx%d image (%.1f s a tile, about %.0f s left)", done,
+            tiles, image.width, image.height, perTile, perTile * static_cast<double>(tiles - done));
         platform::consoleLine(line);
+        if (progress)
+            progress(done, tiles);
         return upscaled;
     };
     platform::PixelImage result =
         upscaleTiled(image, runTile, TileGeometry{tileSize, overlap, scaleFactor}, stop);
+    // The mean over a whole image, the first tile of a fresh network included, as an export
+    // would see it.
+    recordTileTime(std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count() /
+                   static_cast<double>(tiles));
     if (hasTransparency(image))
         carryAlpha(image, result);
     return result;
 }
 
 void OnnxUpscaleTool::upscale(const std::filesystem::path& input,
-                              const std::filesystem::path& output, int scale,
-                              std::stop_token stop) const {
+                              const std::filesystem::path& output, int scale, std::stop_token stop,
+                              const TileProgress& progress) const {
     if (scale != scaleFactor)
         throw UpscaleError::unsupportedScale(scale);
     platform::PixelImage source;
@@ -190,12 +202,51 @@ void OnnxUpscaleTool::upscale(const std::filesystem::path& input,
     } catch (const platform::ImageIoError&) {
         throw UpscaleError::imageLoadFailed(input.string());
     }
-    const platform::PixelImage result = upscaleImage(source, stop);
+    const platform::PixelImage result = upscaleImage(source, stop, progress);
     try {
         platform::writePng(result, output);
     } catch (const platform::ImageIoError&) {
         throw UpscaleError::outputWriteFailed();
     }
+}
+
+double OnnxUpscaleTool::measureTileSeconds(std::stop_token stop) const {
+    // The time of a convolutional network does not depend on what the tile shows; a gradient
+    // with some texture keeps every value ordinary.
+    platform::PixelImage tile(tileSize, tileSize);
+    for (int y = 0; y < tileSize; ++y) {
+        for (int x = 0; x < tileSize; ++x) {
+            std::uint8_t* pixel = tile.pixel(x, y);
+            pixel[0] = static_cast<std::uint8_t>(x / 2);
+            pixel[1] = static_cast<std::uint8_t>(y / 2);
+            pixel[2] = static_cast<std::uint8_t>((x * 7 + y * 13) % 256);
+            pixel[3] = 255;
+        }
+    }
+    TileNetworkPool::Lease lease = networks_->acquire(stop);
+    const auto start = std::chrono::steady_clock::now();
+    lease.net().run(tile);
+    const double seconds =
+        std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
+    recordTileTime(seconds);
+    return seconds;
+}
+
+std::optional<double> OnnxUpscaleTool::measuredSecondsPerTile() const {
+    if (!tileTimes_)
+        return std::nullopt;
+    return tileTimes_->secondsPerTile(tileTimeKey_);
+}
+
+void OnnxUpscaleTool::recordTileTime(double seconds) const {
+    if (tileTimes_)
+        tileTimes_->record(tileTimeKey_, seconds);
+}
+
+std::string standardTileTimeKey(const std::filesystem::path& model) {
+    const auto device = openClDevice(true);
+    return tileTimeKey(model, device ? "OpenCV DNN on the OpenCL device " + *device : "cpu",
+                       std::thread::hardware_concurrency());
 }
 
 } // namespace lumivesper::upscale

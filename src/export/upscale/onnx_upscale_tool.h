@@ -2,11 +2,13 @@
 
 #include "export/upscale/compute_target.h"
 #include "export/upscale/image_upscaling_tool.h"
+#include "export/upscale/tile_time_cache.h"
 #include "platform/pixel_image.h"
 
 #include <cstddef>
 #include <filesystem>
 #include <memory>
+#include <optional>
 #include <string>
 
 namespace lumivesper::upscale {
@@ -30,14 +32,17 @@ public:
     // taking one network in turn, and needed more than twice the memory.
     static constexpr std::size_t defaultMaxNetworks = 1;
 
-    // Loads the model from the first place findUpscaleModel() knows; throws
-    // UpscaleError::modelLoadFailed when there is none or it cannot be loaded.
+    // Loads the model from the first place findUpscaleModel() knows, and keeps the time its
+    // tiles take in the standard tile-time cache; throws UpscaleError::modelLoadFailed when there
+    // is none or it cannot be loaded.
     OnnxUpscaleTool();
     // Loads the model at `modelPath`. `maxNetworks` bounds how many calls run at once (each needs
-    // its own network's memory); further callers wait.
+    // its own network's memory); further callers wait. With `tileTimes`, every upscaled image
+    // records its mean time per tile there.
     explicit OnnxUpscaleTool(const std::filesystem::path& modelPath,
                              ComputeTarget target = ComputeTarget::automatic,
-                             std::size_t maxNetworks = defaultMaxNetworks);
+                             std::size_t maxNetworks = defaultMaxNetworks,
+                             std::optional<TileTimeCache> tileTimes = std::nullopt);
     ~OnnxUpscaleTool() override;
     OnnxUpscaleTool(const OnnxUpscaleTool&) = delete;
     OnnxUpscaleTool& operator=(const OnnxUpscaleTool&) = delete;
@@ -45,12 +50,20 @@ public:
     std::set<int> supportedScaleFactors() const override { return {scaleFactor}; }
 
     void upscale(const std::filesystem::path& input, const std::filesystem::path& output, int scale,
-                 std::stop_token stop = {}) const override;
+                 std::stop_token stop = {}, const TileProgress& progress = {}) const override;
 
     // The tiling over a decoded image: 4 times larger on both axes. Transparency, which the
     // network does not see, is carried over by resizing the source's alpha.
-    platform::PixelImage upscaleImage(const platform::PixelImage& image,
-                                      std::stop_token stop = {}) const;
+    platform::PixelImage upscaleImage(const platform::PixelImage& image, std::stop_token stop = {},
+                                      const TileProgress& progress = {}) const;
+
+    // Runs one tile of a textured test picture through the network and returns its seconds,
+    // recorded in the tile-time cache when the tool has one: the measurement an estimate needs
+    // where no export has run yet.
+    double measureTileSeconds(std::stop_token stop = {}) const;
+
+    // What the tile-time cache holds for this model, engine and computer; none without a cache.
+    std::optional<double> measuredSecondsPerTile() const;
 
     // One tileSize x tileSize RGBA tile through the network.
     platform::PixelImage upscaleTile(const platform::PixelImage& tile) const;
@@ -62,10 +75,18 @@ public:
     const std::string& engineDescription() const { return engine_; }
 
 private:
+    void recordTileTime(double seconds) const;
+
     std::filesystem::path modelPath_;
+    std::optional<TileTimeCache> tileTimes_;
+    std::string tileTimeKey_;
     bool usesGpu_ = false;
     std::string engine_;
     std::unique_ptr<TileNetworkPool> networks_;
 };
+
+// The key under which OnnxUpscaleTool() keeps the tile times of the model at `model` on this
+// computer: it runs on the OpenCL GPU when there is one, else on the processor's threads.
+std::string standardTileTimeKey(const std::filesystem::path& model);
 
 } // namespace lumivesper::upscale

@@ -38,7 +38,8 @@ LumivesperApp::LumivesperApp(platform::Dialogs& dialogs, platform::MainThread& m
                 }),
       options_(std::move(options)),
       exportDriver_(std::make_unique<ExportDriver>(appState_, uiState_, dialogs, mainThread_,
-                                                   options_.makeUpscaler, options_.generateHeic)),
+                                                   options_.makeUpscaler, options_.generateHeic,
+                                                   options_.tileSeconds)),
       editedImages_(appState_, mainThread_),
       imageService_(std::make_unique<generation::MultiProviderImageService>(
           generation::MultiProviderImageService::standard())),

@@ -51,6 +51,8 @@ public:
         // The export's upscaler and encoder; tests replace them.
         ExportDriver::UpscalerFactory makeUpscaler = ExportDriver::standardUpscalerFactory();
         ExportDriver::Generator generateHeic = ExportDriver::standardGenerator();
+        // The measured time of an upscaled tile, for the export sheet's estimate.
+        UpscaleEstimator::TileSeconds tileSeconds = UpscaleEstimator::standardTileSeconds();
         // Leaves the event loop once quitting has been decided.
         std::function<void()> exit;
         // "Set as Desktop Background": what puts the project on the desktop, which desktop this

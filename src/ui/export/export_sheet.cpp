@@ -92,10 +92,18 @@ ExportSheet::ExportSheet(shell::AppUIState& uiState, shell::ExportDriver& driver
     const auto readiness =
         shell::upscalerReadiness(upscale::findUpscaleModel(), upscale::upscaleModelCandidates());
     upscalerText_->setText(toQString(readiness.text));
+    upscalerReady_ = readiness.ready;
     if (!readiness.ready)
         upscalerIcon_->setPixmap(symbolIcon("exclamationmark.triangle").pixmap(16, 16));
     upscalerRow_->setObjectName(QStringLiteral("upscalerStatus"));
     column->addWidget(upscalerRow_);
+    // Under the status, in line with its text: how long the upscaling will take.
+    upscaleEstimate_ = caption(QString(), this);
+    upscaleEstimate_->setObjectName(QStringLiteral("upscaleEstimate"));
+    upscaleEstimate_->setAccessibleName(QStringLiteral("Upscaling estimate"));
+    upscaleEstimate_->setTextInteractionFlags(Qt::TextSelectableByMouse);
+    upscaleEstimate_->setContentsMargins(22, 0, 0, 0);
+    column->addWidget(upscaleEstimate_);
 
     QLabel* validationIcon = nullptr;
     validationRow_ = statusRow("exclamationmark.triangle", validationIcon, validationText_, this);
@@ -127,6 +135,7 @@ ExportSheet::ExportSheet(shell::AppUIState& uiState, shell::ExportDriver& driver
     driver_.resetProgress();
     optionChanges_ = uiState_.observe([this] { refresh(); });
     exportChanges_ = driver_.observe([this] { refresh(); });
+    estimateChanges_ = driver_.upscaleEstimator().observe([this] { refresh(); });
 
     // The two choices are read from the options once, as the sheet appears; later edits under
     // "Advanced" do not move them.
@@ -182,7 +191,6 @@ QWidget* ExportSheet::makeChoices() {
     connect(advancedToggle_, &QToolButton::toggled, this, [this](bool expanded) {
         advancedToggle_->setArrowType(expanded ? Qt::DownArrow : Qt::RightArrow);
         refresh();
-        adjustSize();
     });
     return box;
 }
@@ -247,6 +255,22 @@ QWidget* ExportSheet::makeAdvanced() {
     keepFramesNote_->setContentsMargins(20, 0, 0, 0);
     column->addWidget(keepFramesNote_);
 
+    auto* qualityLine = new QHBoxLayout;
+    encoderQuality_ = new QLineEdit(box);
+    encoderQuality_->setObjectName(QStringLiteral("encoderQuality"));
+    encoderQuality_->setAccessibleName(QStringLiteral("Quality"));
+    encoderQuality_->setPlaceholderText(QStringLiteral("0–100"));
+    encoderQuality_->setFixedWidth(90);
+    encoderQuality_->setText(QString::number(uiState_.exportOptions().quality));
+    qualityLine->addWidget(new QLabel(QStringLiteral("Quality"), box));
+    qualityLine->addWidget(encoderQuality_);
+    qualityLine->addWidget(
+        caption(QStringLiteral("0 makes the smallest file, 100 the best picture; 50 is the "
+                               "usual balance."),
+                box),
+        1);
+    column->addLayout(qualityLine);
+
     connect(resize_, &QCheckBox::toggled, this,
             [this](bool on) { edit([on](HeicExportOptions& o) { o.resizeEnabled = on; }); });
     connect(canvas_, &QComboBox::activated, this, [this](int index) {
@@ -269,6 +293,14 @@ QWidget* ExportSheet::makeAdvanced() {
             [this](bool on) { edit([on](HeicExportOptions& o) { o.enableDither = on; }); });
     connect(keepFrames_, &QCheckBox::toggled, this, [this](bool on) {
         edit([on](HeicExportOptions& o) { o.keepPreprocessedFrames = on; });
+    });
+    // A quality being typed may be invalid for a while: the options keep the last valid one, and
+    // the validation line and the disabled "Export" say what is wrong meanwhile.
+    connect(encoderQuality_, &QLineEdit::textEdited, this, [this](const QString& value) {
+        if (const auto quality = exporting::parseQuality(toStdString(value)))
+            edit([quality](HeicExportOptions& o) { o.quality = *quality; });
+        else
+            refresh();
     });
     return box;
 }
@@ -319,7 +351,6 @@ void ExportSheet::refresh() {
     const shell::ExportProgressState& state = driver_.state();
     const bool running = state.isExportingHeic;
 
-    const bool switched = progressView_->isVisibleTo(this) != running;
     choices_->setVisible(!running);
     progressView_->setVisible(running);
     advanced_->setVisible(advancedToggle_->isChecked());
@@ -349,7 +380,23 @@ void ExportSheet::refresh() {
     keepFramesNote_->setVisible(options.keepPreprocessedFrames);
 
     upscalerRow_->setVisible(!running && options.upscaleEnabled);
-    const auto validation = options.validationError();
+    if (options.upscaleEnabled && upscalerReady_ && estimatedOptions_ != options) {
+        estimatedOptions_ = options;
+        driver_.requestUpscaleEstimate(options);
+    }
+    const QString estimate = toQString(driver_.upscaleEstimator().text());
+    upscaleEstimate_->setText(estimate);
+    upscaleEstimate_->setVisible(!running && options.upscaleEnabled && upscalerReady_ &&
+                                 !estimate.isEmpty());
+
+    // The field's own text counts while it holds one the options could not take.
+    const bool qualityValid =
+        exporting::parseQuality(toStdString(encoderQuality_->text())).has_value();
+    if (qualityValid && !encoderQuality_->hasFocus())
+        setTextKeepingCursor(encoderQuality_, QString::number(options.quality));
+    auto validation = options.validationError();
+    if (!validation && !qualityValid)
+        validation = std::string(exporting::invalidQualityText);
     validationRow_->setVisible(!running && validation.has_value());
     validationText_->setText(validation ? toQString(*validation) : QString());
     statusMessage_->setVisible(!running && !state.exportMessage.empty());
@@ -366,8 +413,19 @@ void ExportSheet::refresh() {
     dismiss_->setText(text(shell::dismissButtonTitle(state.exportMessage)));
     export_->setVisible(!running);
     export_->setEnabled(!validation);
-    if (switched)
-        adjustSize(); // the progress view and the choices differ in height
+    // The sheet fits what it shows: rows come and go with the options, and the progress view and
+    // the choices differ in height.
+    unsigned shown = 0;
+    const QWidget* const rows[] = {choices_,         progressView_,  advanced_,       canvasRow_,
+                                   customSizeRow_,   strategyRow_,   keepFramesNote_, upscalerRow_,
+                                   upscaleEstimate_, validationRow_, statusMessage_};
+    for (const QWidget* row : rows)
+        shown = shown << 1 | (row->isVisibleTo(this) ? 1u : 0u);
+    if (shown != shownRows_) {
+        shownRows_ = shown;
+        // Once the layout has taken the change in: its size hint is stale until then.
+        QMetaObject::invokeMethod(this, &QWidget::adjustSize, Qt::QueuedConnection);
+    }
 }
 
 void ExportSheet::reject() {

@@ -4,6 +4,7 @@
 #include "platform/observer_list.h"
 
 #include <QDialog>
+#include <optional>
 
 class QCheckBox;
 class QComboBox;
@@ -63,9 +64,12 @@ private:
     QCheckBox* dither_ = nullptr;
     QCheckBox* keepFrames_ = nullptr;
     QLabel* keepFramesNote_ = nullptr;
+    QLineEdit* encoderQuality_ = nullptr;
     QWidget* upscalerRow_ = nullptr;
     QLabel* upscalerIcon_ = nullptr;
     QLabel* upscalerText_ = nullptr;
+    QLabel* upscaleEstimate_ = nullptr;
+    bool upscalerReady_ = false;
     QWidget* validationRow_ = nullptr;
     QLabel* validationText_ = nullptr;
     QLabel* statusMessage_ = nullptr;
@@ -83,6 +87,10 @@ private:
 
     platform::Subscription optionChanges_;
     platform::Subscription exportChanges_;
+    platform::Subscription estimateChanges_;
+    // The options the shown estimate was asked for; a new one is asked when they change.
+    std::optional<exporting::HeicExportOptions> estimatedOptions_;
+    unsigned shownRows_ = 0; // which rows were visible when the sheet last fitted itself
 };
 
 } // namespace lumivesper::ui

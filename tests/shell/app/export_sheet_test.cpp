@@ -1,9 +1,9 @@
 #include "app_fixture.h"
-
 #include "platform/cancellation.h"
-#include "ui/menus.h"
+#include "platform/image_io.h"
 #include "ui/export/export_sheet.h"
 #include "ui/export/frame_progress_grid.h"
+#include "ui/menus.h"
 
 #include <QCheckBox>
 #include <QComboBox>
@@ -12,8 +12,8 @@
 #include <QPushButton>
 #include <QToolButton>
 #include <QtTest>
-
 #include <condition_variable>
+#include <fstream>
 
 namespace lumivesper::shell {
 
@@ -118,12 +118,77 @@ private slots:
         QVERIFY(!ui.activeSheet());
     }
 
+    // The encoder's quality under "Advanced": refused while it is no whole number from 0 to 100
+    // (the options keep the last good one), and handed to the encoder. The upscaling estimate
+    // stands under the upscaler's status.
+    void qualityFieldAndUpscaleEstimate() {
+        std::atomic<int> encodedWith{-1};
+        AppFixture fixture({}, [&](LumivesperApp::Options& options) {
+            options.makeUpscaler = [] { return nullptr; };
+            options.generateHeic = [&](auto&&, auto&&, auto, int quality, auto&&, auto&&, auto) {
+                encodedWith = quality;
+            };
+            options.tileSeconds = [] { return 2.0; };
+        });
+        const auto model = fixture.folder.path() / "model.onnx";
+        std::ofstream(model) << "stands in for the model";
+        qputenv("LUMIVESPER_UPSCALE_MODEL", QByteArray(model.c_str()));
+        std::vector<document::WallpaperImage> images;
+        for (const char* name : {"a.png", "b.png"}) {
+            auto image = AppFixture::image(name);
+            image.sourcePath = fixture.folder.path() / name;
+            platform::writePng(platform::PixelImage(1024, 576), *image.sourcePath);
+            images.push_back(image);
+        }
+        fixture.state().replaceImages(std::move(images), "Setup", false);
+        auto& ui = fixture.app->commandCenter().uiState();
+
+        ui::ExportSheet* sheet = openSheet(fixture);
+        qunsetenv("LUMIVESPER_UPSCALE_MODEL");
+        QVERIFY(sheet);
+        auto* estimate = sheet->findChild<QLabel*>(QStringLiteral("upscaleEstimate"));
+        QVERIFY(waitFor(fixture, [&] { return estimate->isVisible(); }));
+        QCOMPARE(estimate->text(), QStringLiteral("Upscaling takes about 3 min: 102 tiles in 2 "
+                                                  "frames, 2.0 s a tile as measured on this "
+                                                  "computer."));
+
+        QTest::mouseClick(sheet->findChild<QToolButton*>(QStringLiteral("advancedToggle")),
+                          Qt::LeftButton);
+        auto* quality = sheet->findChild<QLineEdit*>(QStringLiteral("encoderQuality"));
+        QVERIFY(quality && quality->isVisible());
+        QCOMPARE(quality->accessibleName(), QStringLiteral("Quality"));
+        QCOMPARE(quality->text(), QStringLiteral("50"));
+        auto* validation = sheet->findChild<QWidget*>(QStringLiteral("validation"));
+        // Typed key by key: the options keep the last text that was a quality.
+        const std::pair<QString, int> refused[] = {{QStringLiteral("abc"), 50},
+                                                   {QStringLiteral("101"), 10},
+                                                   {QStringLiteral("7.5"), 7},
+                                                   {QStringLiteral("-1"), 7}};
+        for (const auto& [bad, kept] : refused) {
+            quality->selectAll();
+            QTest::keyClicks(quality, bad);
+            QVERIFY2(validation->isVisible(), qPrintable(bad));
+            QCOMPARE(validation->findChildren<QLabel*>().last()->text(),
+                     QStringLiteral("Enter a quality from 0 to 100."));
+            QVERIFY(!button(*sheet, QStringLiteral("Export"))->isEnabled());
+            QCOMPARE(ui.exportOptions().quality, kept);
+        }
+        quality->selectAll();
+        QTest::keyClicks(quality, QStringLiteral(" 80"));
+        QVERIFY(!validation->isVisible());
+        QCOMPARE(ui.exportOptions().quality, 80);
+
+        fixture.dialogs.saveAnswers.push_back(fixture.folder.path() / "wall.heic");
+        QTest::mouseClick(button(*sheet, QStringLiteral("Export")), Qt::LeftButton);
+        QVERIFY(waitFor(fixture, [&] { return encodedWith == 80; }));
+    }
+
     // An export runs to its closing message with the strip all done; a second one is cancelled
     // while the generator waits, and the sheet then offers a new export.
     void exportRunsToTheEndAndCancelStopsIt() {
         std::atomic<bool> blockNext{false};
         std::atomic<bool> blocked{false};
-        auto generator = [&](const std::vector<document::WallpaperImage>& images, auto&&, auto,
+        auto generator = [&](const std::vector<document::WallpaperImage>& images, auto&&, auto, int,
                              auto&&, const ProgressCallback& progress, std::stop_token stop) {
             const int total = static_cast<int>(images.size());
             progress(0, total, "Upscaling frame 1/12 (pass 1/2)");
