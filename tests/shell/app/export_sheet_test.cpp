@@ -147,7 +147,7 @@ private slots:
         qunsetenv("LUMIVESPER_UPSCALE_MODEL");
         QVERIFY(sheet);
         auto* estimate = sheet->findChild<QLabel*>(QStringLiteral("upscaleEstimate"));
-        QVERIFY(waitFor(fixture, [&] { return estimate->isVisible(); }));
+        QVERIFY(fixture.waitFor([&] { return estimate->isVisible(); }));
         QCOMPARE(estimate->text(), QStringLiteral("Upscaling takes about 3 min: 102 tiles in 2 "
                                                   "frames, 2.0 s a tile as measured on this "
                                                   "computer."));
@@ -180,7 +180,7 @@ private slots:
 
         fixture.dialogs.saveAnswers.push_back(fixture.folder.path() / "wall.heic");
         QTest::mouseClick(button(*sheet, QStringLiteral("Export")), Qt::LeftButton);
-        QVERIFY(waitFor(fixture, [&] { return encodedWith == 80; }));
+        QVERIFY(fixture.waitFor([&] { return encodedWith == 80; }));
     }
 
     // An export runs to its closing message with the strip all done; a second one is cancelled
