@@ -186,6 +186,7 @@ void ProjectIO::showSavePanel(std::string defaultName, std::optional<fs::path> d
                               std::function<void(fs::path)> completion,
                               std::function<void()> cancelled) {
     platform::SavePanelSettings settings;
+    settings.title = "Save Project";
     settings.nameFieldStringValue = std::move(defaultName);
     settings.canCreateDirectories = true;
     settings.filter = packageFilter();

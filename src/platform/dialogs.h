@@ -45,6 +45,7 @@ struct OpenPanelSettings {
 };
 
 struct SavePanelSettings {
+    std::string title; // none: the toolkit's own
     std::string nameFieldStringValue;
     bool canCreateDirectories = true;
     std::optional<FileFilter> filter;

@@ -101,6 +101,7 @@ void ExportDriver::startExport(ExportSettings settings) {
     if (state_.isExportingHeic)
         return;
     platform::SavePanelSettings panel;
+    panel.title = "Export Dynamic Wallpaper";
     panel.nameFieldStringValue = suggestedExportFileName(appState_.currentProjectPath());
     panel.filter = platform::FileFilter{"HEIC Image", {"heic"}};
     panel.directory = uiState_.lastExportDirectory();

@@ -123,7 +123,8 @@ QtDialogs::runOpenPanel(const platform::OpenPanelSettings& settings) {
 
 std::optional<std::filesystem::path>
 QtDialogs::runSavePanel(const platform::SavePanelSettings& settings) {
-    QFileDialog dialog(window_, QStringLiteral("Save Project"));
+    QFileDialog dialog(window_,
+                       settings.title.empty() ? QStringLiteral("Save") : toQString(settings.title));
     dialog.setOption(QFileDialog::DontUseNativeDialog);
     dialog.setAcceptMode(QFileDialog::AcceptSave);
     dialog.setFileMode(QFileDialog::AnyFile);
