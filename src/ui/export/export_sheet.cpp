@@ -4,6 +4,7 @@
 #include "shell/app_ui_state.h"
 #include "shell/export_driver.h"
 #include "shell/export_sheet_model.h"
+#include "ui/disclosure_button.h"
 #include "ui/export/frame_progress_grid.h"
 #include "ui/qt_text.h"
 #include "ui/sheet_labels.h"
@@ -176,22 +177,12 @@ QWidget* ExportSheet::makeChoices() {
     form->addRow(QStringLiteral("Target Display"), targetDisplay_);
     column->addLayout(form);
 
-    advancedToggle_ = new QToolButton(box);
+    advancedToggle_ = new DisclosureButton(QStringLiteral("Advanced"), box);
     advancedToggle_->setObjectName(QStringLiteral("advancedToggle"));
-    advancedToggle_->setText(QStringLiteral("Advanced"));
-    advancedToggle_->setAccessibleName(QStringLiteral("Advanced"));
-    advancedToggle_->setCheckable(true);
-    advancedToggle_->setChecked(false);
-    advancedToggle_->setToolButtonStyle(Qt::ToolButtonTextBesideIcon);
-    advancedToggle_->setArrowType(Qt::RightArrow);
-    advancedToggle_->setAutoRaise(true);
     column->addWidget(advancedToggle_);
     advanced_ = makeAdvanced();
     column->addWidget(advanced_);
-    connect(advancedToggle_, &QToolButton::toggled, this, [this](bool expanded) {
-        advancedToggle_->setArrowType(expanded ? Qt::DownArrow : Qt::RightArrow);
-        refresh();
-    });
+    connect(advancedToggle_, &QToolButton::toggled, this, [this] { refresh(); });
     return box;
 }
 

@@ -2,6 +2,7 @@
 
 #include "generation/magic_generate_progress.h"
 #include "platform/dialogs.h"
+#include "ui/disclosure_button.h"
 #include "ui/generation/flow_layout.h"
 #include "ui/generation/image_well.h"
 #include "ui/generation/live_preview.h"
@@ -276,14 +277,8 @@ QWidget* MagicGenerateSheet::makeSetupView() {
     connect(smoothness_, &QButtonGroup::idClicked, this,
             [this](int id) { workflow_->setSmoothness(allPresets[id]); });
 
-    advancedToggle_ = new QToolButton(box);
+    advancedToggle_ = new DisclosureButton(QStringLiteral("Advanced"), box);
     advancedToggle_->setObjectName(QStringLiteral("advancedToggle"));
-    advancedToggle_->setText(QStringLiteral("Advanced"));
-    advancedToggle_->setAccessibleName(QStringLiteral("Advanced"));
-    advancedToggle_->setCheckable(true);
-    advancedToggle_->setToolButtonStyle(Qt::ToolButtonTextBesideIcon);
-    advancedToggle_->setArrowType(Qt::RightArrow);
-    advancedToggle_->setAutoRaise(true);
     column->addWidget(advancedToggle_);
     connect(advancedToggle_, &QToolButton::toggled, this,
             [this](bool show) { workflow_->setShowAdvanced(show); });
@@ -480,7 +475,6 @@ void MagicGenerateSheet::refresh() {
     {
         const QSignalBlocker blockToggle(advancedToggle_), blockTweens(tweens_);
         advancedToggle_->setChecked(state.showAdvanced);
-        advancedToggle_->setArrowType(state.showAdvanced ? Qt::DownArrow : Qt::RightArrow);
         tweens_->setValue(state.tweenCount);
     }
     advanced_->setVisible(state.showAdvanced);

@@ -1,0 +1,19 @@
+#include "ui/disclosure_button.h"
+
+namespace lumivesper::ui {
+
+DisclosureButton::DisclosureButton(const QString& text, QWidget* parent) : QToolButton(parent) {
+    setText(text);
+    setAccessibleName(text);
+    setCheckable(true);
+    setToolButtonStyle(Qt::ToolButtonTextBesideIcon);
+    setArrowType(Qt::RightArrow);
+    setAutoRaise(true);
+}
+
+void DisclosureButton::checkStateSet() {
+    QToolButton::checkStateSet();
+    setArrowType(isChecked() ? Qt::DownArrow : Qt::RightArrow);
+}
+
+} // namespace lumivesper::ui

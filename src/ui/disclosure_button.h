@@ -1,0 +1,19 @@
+#pragma once
+
+#include <QToolButton>
+
+namespace lumivesper::ui {
+
+// The flat "Advanced" switch of a sheet: a checkable button whose arrow points right while the
+// section below it is closed and down while it is open, however the state was set.
+class DisclosureButton final : public QToolButton {
+    Q_OBJECT
+
+public:
+    DisclosureButton(const QString& text, QWidget* parent);
+
+protected:
+    void checkStateSet() override;
+};
+
+} // namespace lumivesper::ui
