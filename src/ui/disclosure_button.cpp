@@ -11,8 +11,17 @@ DisclosureButton::DisclosureButton(const QString& text, QWidget* parent) : QTool
     setAutoRaise(true);
 }
 
+void DisclosureButton::nextCheckState() {
+    QToolButton::nextCheckState();
+    pointArrow();
+}
+
 void DisclosureButton::checkStateSet() {
     QToolButton::checkStateSet();
+    pointArrow();
+}
+
+void DisclosureButton::pointArrow() {
     setArrowType(isChecked() ? Qt::DownArrow : Qt::RightArrow);
 }
 

@@ -13,7 +13,12 @@ public:
     DisclosureButton(const QString& text, QWidget* parent);
 
 protected:
+    // A click changes the state through the one, setChecked through the other.
+    void nextCheckState() override;
     void checkStateSet() override;
+
+private:
+    void pointArrow();
 };
 
 } // namespace lumivesper::ui

@@ -92,8 +92,10 @@ private slots:
 
         auto* advanced = sheet->findChild<QToolButton*>(QStringLiteral("advancedToggle"));
         QVERIFY(!sheet->findChild<QWidget*>(QStringLiteral("advanced"))->isVisible());
+        QCOMPARE(advanced->arrowType(), Qt::RightArrow);
         QTest::mouseClick(advanced, Qt::LeftButton);
         QVERIFY(sheet->findChild<QWidget*>(QStringLiteral("advanced"))->isVisible());
+        QCOMPARE(advanced->arrowType(), Qt::DownArrow); // the open section's arrow points down
         choose(display, QStringLiteral("Custom…"));
         QLineEdit* width = nullptr;
         for (auto* field : sheet->findChildren<QLineEdit*>()) {
