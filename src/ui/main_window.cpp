@@ -9,7 +9,9 @@
 #include "ui/qt_text.h"
 #include "ui/toolbar.h"
 
+#include <QApplication>
 #include <QCloseEvent>
+#include <QDialog>
 #include <QDockWidget>
 #include <QLabel>
 #include <QMenuBar>
@@ -33,6 +35,16 @@ QWidget* make(const std::function<QWidget*(QWidget*)>& factory, const QString& p
             return made;
     }
     return placeholder(placeholderText, parent);
+}
+
+// Whether `window` was opened from `owner`, through any chain of parents; unlike
+// QWidget::isAncestorOf, this crosses from one top-level window to its parent's.
+bool belongsTo(const QWidget& window, const QWidget& owner) {
+    for (const QWidget* widget = window.parentWidget(); widget; widget = widget->parentWidget()) {
+        if (widget == &owner)
+            return true;
+    }
+    return false;
 }
 
 } // namespace
@@ -89,6 +101,9 @@ MainWindow::MainWindow(shell::AppCommandCenter& center, shell::AppLifecycleDeleg
     });
     undoChanges_ = undo.observe([this] { menus_->refresh(); });
     refresh();
+    // A window-modal sheet blocks the menu bar's shortcuts; every dialog of this window takes the
+    // Quit action as well when it is shown, so that quitting works while one is up.
+    qApp->installEventFilter(this);
 }
 
 MainWindow::~MainWindow() = default;
@@ -127,6 +142,15 @@ void MainWindow::presentActiveSheet() {
     platform::consoleLine("⚠️ This window cannot show that sheet yet");
     presentedSheet_.reset();
     center_.uiState().setActiveSheet(std::nullopt);
+}
+
+bool MainWindow::eventFilter(QObject* watched, QEvent* event) {
+    if (event->type() == QEvent::Show) {
+        auto* dialog = qobject_cast<QDialog*>(watched);
+        if (dialog && belongsTo(*dialog, *this))
+            dialog->addAction(menus_->quitAction()); // a second add changes nothing
+    }
+    return QMainWindow::eventFilter(watched, event);
 }
 
 void MainWindow::closeEvent(QCloseEvent* event) {

@@ -69,7 +69,10 @@ MainMenus::MainMenus(QMenuBar& bar, shell::AppCommandCenter& center, document::U
         menus_[placement] = menu;
     }
     quit_ = new QAction(QStringLiteral("Quit"), this);
-    quit_->setShortcut(QKeySequence::Quit);
+    // Some platform themes (offscreen, for one) bind no key to Quit; Linux desktops use Ctrl+Q.
+    const auto quitKeys = QKeySequence::keyBindings(QKeySequence::Quit);
+    quit_->setShortcuts(quitKeys.isEmpty() ? QList{QKeySequence(Qt::CTRL | Qt::Key_Q)}
+                                           : quitKeys);
     quit_->setMenuRole(QAction::QuitRole);
     connect(quit_, &QAction::triggered, this, [quit = std::move(quit)] {
         if (quit)

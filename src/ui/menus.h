@@ -36,6 +36,7 @@ public:
     // The entry that runs `command` (the first one, for the recent projects), or null.
     QAction* action(shell::MenuCommand command) const;
     QMenu* menu(shell::MenuPlacement placement) const;
+    QAction* quitAction() const { return quit_; }
 
 private:
     QMenu* menuFor(const shell::Menu& menu);

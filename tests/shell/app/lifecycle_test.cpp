@@ -4,9 +4,11 @@
 #include "shell/app/qt_main_thread.h"
 #include "shell/app/single_instance.h"
 #include "shell/app/terminal_interrupts.h"
+#include "ui/menus.h"
 #include "ui/qt_text.h"
 
 #include <QApplication>
+#include <QDialog>
 #include <QDir>
 #include <QMessageBox>
 #include <QPushButton>
@@ -110,6 +112,23 @@ private slots:
         fixture.dialogs.alertAnswers = {dontSave};
         std::raise(SIGINT);
         QTRY_COMPARE(fixture.exits, 1);
+    }
+
+    void theQuitShortcutWorksWhileASheetIsUp() {
+        AppFixture fixture;
+        fixture.state().addImage(AppFixture::image("dusk"));
+        fixture.window().show();
+        fixture.window().menus().action(MenuCommand::settings)->trigger();
+        auto* sheet = fixture.window().findChild<QDialog*>();
+        QVERIFY(sheet);
+        QVERIFY(QTest::qWaitForWindowExposed(sheet));
+        sheet->activateWindow();
+        QVERIFY(QTest::qWaitForWindowActive(sheet));
+
+        fixture.dialogs.alertAnswers = {dontSave};
+        QTest::keyClick(sheet, Qt::Key_Q, Qt::ControlModifier);
+        QTRY_COMPARE(fixture.exits, 1);
+        QCOMPARE(fixture.dialogs.alerts.size(), 1u); // through the unsaved-changes question
     }
 
     void filesGivenAtLaunchOpenOnceTheWindowIsBound() {
