@@ -11,6 +11,7 @@
 #include <mutex>
 #include <string>
 #include <system_error>
+#include <utility>
 
 namespace lumivesper::exporting {
 
@@ -112,13 +113,23 @@ HeicFrameSource preprocessFrame(const HeicPreprocessConfig& config,
     auto current = normalized;
     const int passes = static_cast<int>(plan.steps.size());
     for (int pass = 1; pass <= passes; ++pass) {
-        progress.passStarted(position, pass, passes);
+        // The pass is announced when the upscaler starts on it, not while the frame waits for the
+        // engine behind the other frames in flight: the announcement marks the frames before it
+        // as done. A tool that reports no tiles is announced when it returns.
+        bool announced = false;
+        const auto announce = [&] {
+            if (!std::exchange(announced, true))
+                progress.passStarted(position, pass, passes);
+        };
         const auto next = folder / (prefix + "_up" + std::to_string(pass) + ".png");
         const int scale = plan.steps[pass - 1].scale;
         config.upscaler->upscale(current, next, scale, stop,
                                  [&](std::size_t tile, std::size_t tiles) {
-                                     progress.tileDone(position, pass, passes, tile, tiles);
+                                     announce();
+                                     if (tile > 0)
+                                         progress.tileDone(position, pass, passes, tile, tiles);
                                  });
+        announce();
         tracked = {tracked.width * scale, tracked.height * scale};
         if (current != normalized)
             removeQuietly(current);

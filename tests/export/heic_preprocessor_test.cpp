@@ -138,6 +138,23 @@ TEST_F(HeicPreprocessorTest, FramesKeepTheirSizeWithoutATargetAndOnlyFinalFilesR
     EXPECT_THAT(filesIn(configuration.outputDirectory), ElementsAre("frame_0001.png"));
 }
 
+TEST_F(HeicPreprocessorTest, APassIsAnnouncedWhenItsFrameGetsTheEngineNotWhileItWaits) {
+    // Three frames in flight share one engine: announcing a pass before the engine is free would
+    // mark the frames before it done while they still wait for it.
+    upscaler->oneEngine = true;
+    upscaler->tilesPerUpscale = 2;
+    run(config(FrameSize{40, 20}, true), {solid("a.png", 20, 10), solid("b.png", 20, 10), solid("c.png", 20, 10)});
+    std::vector<std::string> upscaling;
+    for (const auto& report : reports)
+        if (report.find("Upscaling frame") != std::string::npos)
+            upscaling.push_back(report.substr(report.find("frame ") + 6));
+    ASSERT_EQ(upscaling.size(), 9u);
+    for (std::size_t pass = 0; pass < 9; pass += 3) {
+        EXPECT_EQ(upscaling[pass + 1], upscaling[pass] + ": tile 1/2");
+        EXPECT_EQ(upscaling[pass + 2], upscaling[pass] + ": tile 2/2");
+    }
+}
+
 TEST_F(HeicPreprocessorTest, CountsFinishOutOfOrderWhileFramesKeepTheirOrder) {
     // The first frame waits until the other two have finished upscaling.
     upscaler->beforeUpscale = [&](const std::filesystem::path& input) {
