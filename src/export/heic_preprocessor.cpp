@@ -7,11 +7,13 @@
 #include "platform/image_io.h"
 #include "platform/task_group.h"
 
+#include <condition_variable>
 #include <cstdio>
 #include <mutex>
 #include <string>
 #include <system_error>
 #include <utility>
+#include <vector>
 
 namespace lumivesper::exporting {
 
@@ -72,9 +74,60 @@ private:
     int finished_ = 0;
 };
 
+// Frames reach the upscaler in whatever order their loading ends, yet the progress rule reads the
+// announcement of frame n's pass as "the frames before n are done". So frames take the upscaler in
+// their own order: a frame's passes wait until every frame before it is past its own. This costs
+// no time, as the tool runs one image at a time anyway (one network, whose every pass keeps all
+// cores or the GPU busy); frames without passes never wait.
+class UpscaleTurns {
+public:
+    explicit UpscaleTurns(std::size_t frames) : past_(frames, false) {}
+
+    // Waits until every frame before `position` is past the upscaler; false when stopped first.
+    bool waitFor(std::size_t position, std::stop_token stop) {
+        std::unique_lock lock(mutex_);
+        return changed_.wait(lock, stop, [&] { return firstNotPast_ >= position; });
+    }
+
+    void passed(std::size_t position) {
+        {
+            std::lock_guard lock(mutex_);
+            past_[position] = true;
+            while (firstNotPast_ < past_.size() && past_[firstNotPast_])
+                ++firstNotPast_;
+        }
+        changed_.notify_all();
+    }
+
+    // Marks its frame past the upscaler when dropped, whichever way the frame ends.
+    class Turn {
+    public:
+        Turn(UpscaleTurns& turns, std::size_t position) : turns_(&turns), position_(position) {}
+        Turn(const Turn&) = delete;
+        Turn& operator=(const Turn&) = delete;
+        ~Turn() { pass(); }
+        void pass() {
+            if (turns_)
+                std::exchange(turns_, nullptr)->passed(position_);
+        }
+
+    private:
+        UpscaleTurns* turns_;
+        std::size_t position_;
+    };
+
+private:
+    std::mutex mutex_;
+    std::condition_variable_any changed_;
+    std::vector<bool> past_;
+    std::size_t firstNotPast_ = 0;
+};
+
 HeicFrameSource preprocessFrame(const HeicPreprocessConfig& config,
                                 const document::WallpaperImage& image, std::size_t position,
-                                ProgressState& progress, std::stop_token stop) {
+                                ProgressState& progress, UpscaleTurns& turns,
+                                std::stop_token stop) {
+    UpscaleTurns::Turn turn(turns, position);
     if (!image.sourcePath)
         throw HeicGeneratorError::invalidConfiguration("Missing source path for image");
     const auto& folder = config.outputDirectory;
@@ -112,29 +165,22 @@ HeicFrameSource preprocessFrame(const HeicPreprocessConfig& config,
 
     auto current = normalized;
     const int passes = static_cast<int>(plan.steps.size());
+    if (passes > 0 && !turns.waitFor(position, stop))
+        throw platform::CancellationError();
     for (int pass = 1; pass <= passes; ++pass) {
-        // The pass is announced when the upscaler starts on it, not while the frame waits for the
-        // engine behind the other frames in flight: the announcement marks the frames before it
-        // as done. A tool that reports no tiles is announced when it returns.
-        bool announced = false;
-        const auto announce = [&] {
-            if (!std::exchange(announced, true))
-                progress.passStarted(position, pass, passes);
-        };
+        progress.passStarted(position, pass, passes);
         const auto next = folder / (prefix + "_up" + std::to_string(pass) + ".png");
         const int scale = plan.steps[pass - 1].scale;
         config.upscaler->upscale(current, next, scale, stop,
                                  [&](std::size_t tile, std::size_t tiles) {
-                                     announce();
-                                     if (tile > 0)
-                                         progress.tileDone(position, pass, passes, tile, tiles);
+                                     progress.tileDone(position, pass, passes, tile, tiles);
                                  });
-        announce();
         tracked = {tracked.width * scale, tracked.height * scale};
         if (current != normalized)
             removeQuietly(current);
         current = next;
     }
+    turn.pass(); // the next frame upscales while this one is resized
 
     const FrameSize target = config.targetSize.value_or(tracked);
     resizeFrame(current, output, target, config.enableDither);
@@ -157,10 +203,11 @@ HeicPreprocessor::preprocess(const std::vector<document::WallpaperImage>& images
 
     std::vector<HeicFrameSource> frames(images.size());
     ProgressState state(progress, static_cast<int>(images.size()));
+    UpscaleTurns turns(images.size());
     platform::forEachBounded(images.size(), maxConcurrentPreprocess, stop,
                              [&](std::size_t position, std::stop_token itemStop) {
-                                 frames[position] = preprocessFrame(config_, images[position],
-                                                                    position, state, itemStop);
+                                 frames[position] = preprocessFrame(
+                                     config_, images[position], position, state, turns, itemStop);
                                  state.frameFinished();
                              });
     return HeicPreprocessSession{std::move(frames), config_.outputDirectory,

@@ -6,7 +6,6 @@
 
 #include <atomic>
 #include <functional>
-#include <mutex>
 #include <string>
 
 namespace lumivesper::exporting::testing {
@@ -25,14 +24,6 @@ public:
                  std::stop_token, const upscale::TileProgress& progress) const override {
         if (beforeUpscale)
             beforeUpscale(input);
-        // Like the real tool on a CPU: one engine, held for the whole image, and a report with no
-        // tile done once the image has it.
-        std::unique_lock engine(engine_, std::defer_lock);
-        if (oneEngine) {
-            engine.lock();
-            if (progress)
-                progress(0, tilesPerUpscale);
-        }
         const auto source = platform::loadImage(input);
         platform::PixelImage result(source.width * scale, source.height * scale);
         for (int y = 0; y < result.height; ++y)
@@ -46,12 +37,10 @@ public:
 
     mutable std::atomic<int> factorRequests = 0, upscales = 0;
     int tilesPerUpscale = 0; // tiles reported by each upscale
-    bool oneEngine = false;
     std::function<void(const std::filesystem::path&)> beforeUpscale;
 
 private:
     std::set<int> factors_;
-    mutable std::mutex engine_;
 };
 
 // A solid PNG, `value` in every colour channel, and the image that refers to it.

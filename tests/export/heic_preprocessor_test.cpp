@@ -7,10 +7,12 @@
 #include "export_test_support.h"
 #include "platform/image_io.h"
 
+#include <algorithm>
 #include <chrono>
 #include <cmath>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <thread>
 #include <vips/vips.h>
 
 namespace lumivesper::exporting {
@@ -138,44 +140,52 @@ TEST_F(HeicPreprocessorTest, FramesKeepTheirSizeWithoutATargetAndOnlyFinalFilesR
     EXPECT_THAT(filesIn(configuration.outputDirectory), ElementsAre("frame_0001.png"));
 }
 
-TEST_F(HeicPreprocessorTest, APassIsAnnouncedWhenItsFrameGetsTheEngineNotWhileItWaits) {
-    // Three frames in flight share one engine: announcing a pass before the engine is free would
-    // mark the frames before it done while they still wait for it.
-    upscaler->oneEngine = true;
+TEST_F(HeicPreprocessorTest, FramesTakeTheUpscalerInTheirOrderSoThatAnAnnouncedPassIsTheOneRunning) {
+    // Three frames in flight share the upscaler. The driver reads "Upscaling frame 3/N" as "frames 1
+    // and 2 are done": frame 3 must not be announced while they still wait for the engine.
     upscaler->tilesPerUpscale = 2;
-    run(config(FrameSize{40, 20}, true), {solid("a.png", 20, 10), solid("b.png", 20, 10), solid("c.png", 20, 10)});
+    upscaler->beforeUpscale = [](const std::filesystem::path&) { // long enough for all to arrive
+        std::this_thread::sleep_for(std::chrono::milliseconds(50));
+    };
+    const auto configuration = config(FrameSize{40, 20}, true);
+    run(configuration, {solid("a.png", 20, 10), solid("b.png", 20, 10), solid("c.png", 20, 10)});
     std::vector<std::string> upscaling;
     for (const auto& report : reports)
         if (report.find("Upscaling frame") != std::string::npos)
             upscaling.push_back(report.substr(report.find("frame ") + 6));
-    ASSERT_EQ(upscaling.size(), 9u);
-    for (std::size_t pass = 0; pass < 9; pass += 3) {
-        EXPECT_EQ(upscaling[pass + 1], upscaling[pass] + ": tile 1/2");
-        EXPECT_EQ(upscaling[pass + 2], upscaling[pass] + ": tile 2/2");
-    }
+    EXPECT_THAT(upscaling, ElementsAre("1/3 (pass 1/1)", "1/3 (pass 1/1): tile 1/2",
+                                       "1/3 (pass 1/1): tile 2/2", "2/3 (pass 1/1)",
+                                       "2/3 (pass 1/1): tile 1/2", "2/3 (pass 1/1): tile 2/2",
+                                       "3/3 (pass 1/1)", "3/3 (pass 1/1): tile 1/2",
+                                       "3/3 (pass 1/1): tile 2/2"));
 }
 
 TEST_F(HeicPreprocessorTest, CountsFinishOutOfOrderWhileFramesKeepTheirOrder) {
-    // The first frame waits until the other two have finished upscaling.
-    upscaler->beforeUpscale = [&](const std::filesystem::path& input) {
-        if (input.filename().string().starts_with("frame_0001")) {
-            const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(20);
-            while (upscaler->upscales < 2 && std::chrono::steady_clock::now() < deadline)
-                std::this_thread::yield();
-        }
+    // Only the first frame is small enough to need upscaling, and its pass waits until the other
+    // two have finished.
+    const auto finishedCount = [&] {
+        std::lock_guard lock(mutex);
+        return std::count_if(reports.begin(), reports.end(), [](const std::string& report) {
+            return report.find("Preprocessed") != std::string::npos;
+        });
     };
-    const auto session =
-        run(config({}, true), {solid("a.png", 4, 4), solid("b.png", 5, 5), solid("c.png", 6, 6)});
+    upscaler->beforeUpscale = [&](const std::filesystem::path&) {
+        const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(20);
+        while (finishedCount() < 2 && std::chrono::steady_clock::now() < deadline)
+            std::this_thread::yield();
+    };
+    const auto session = run(config(FrameSize{8, 8}, true),
+                             {solid("a.png", 4, 4), solid("b.png", 8, 8), solid("c.png", 12, 12)});
     std::vector<std::string> finished;
     for (const auto& report : reports)
         if (report.find("Preprocessed") != std::string::npos)
             finished.push_back(report);
     EXPECT_THAT(finished, ElementsAre("1/3 Preprocessed frame 1/3", "2/3 Preprocessed frame 2/3",
                                       "3/3 Preprocessed frame 3/3"));
-    // The first frame's pass began before anything had finished; it finished last.
+    EXPECT_EQ(upscaler->upscales, 1);
     ASSERT_EQ(session.frames.size(), 3u);
-    EXPECT_EQ(session.frames[0].size, (FrameSize{8, 8}));
-    EXPECT_EQ(session.frames[2].size, (FrameSize{12, 12}));
+    EXPECT_EQ(session.frames[0].image.fileName, "a.png"); // finished last, kept its slot
+    EXPECT_EQ(session.frames[2].image.fileName, "c.png");
 }
 
 TEST_F(HeicPreprocessorTest, AMissingSourceMidRunFailsAndLeavesTheFilesInPlace) {

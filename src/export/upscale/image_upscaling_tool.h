@@ -10,8 +10,7 @@ namespace lumivesper::upscale {
 
 // What the export preprocessor knows of an upscaler. One tool is shared by every frame in flight,
 // so implementations bear concurrent calls.
-// Tiles done and tiles in all of the image being upscaled: reported with none done when the work
-// on the image starts (after any wait for the engine), then after each tile.
+// Tiles done and tiles in all of the image being upscaled, reported after each tile.
 using TileProgress = std::function<void(std::size_t done, std::size_t total)>;
 
 class ImageUpscalingTool {

@@ -162,8 +162,6 @@ platform::PixelImage OnnxUpscaleTool::upscaleImage(const platform::PixelImage& i
     TileNetworkPool::Lease lease = networks_->acquire(stop);
     // A tile takes seconds on a CPU: each one is reported, with what is left of the image.
     const std::size_t tiles = tileOrigins(image.width, image.height).size();
-    if (progress)
-        progress(0, tiles);
     std::size_t done = 0;
     const auto start = std::chrono::steady_clock::now();
     const TileRunner runTile = [&](const platform::PixelImage& tile) {
